@@ -1,0 +1,22 @@
+// Command line of kavri-host.
+#ifndef KAVRI_HOST_OPTIONS_H
+#define KAVRI_HOST_OPTIONS_H
+
+#include <optional>
+#include <string>
+
+struct HostOptions {
+  int port = 65000;
+  int cameraPort = 65001;
+  std::string programs = "programs/";
+  int debugFlags = 0;
+  std::string debugFile;      // empty: standard output
+  std::string cameraFile;     // empty: no recording
+  std::string sysVersionFile; // empty: the library's default
+};
+
+// Parses argv; on --help prints the usage and returns nullopt with `exitCode`
+// 0, on a bad option prints why and returns nullopt with `exitCode` 2.
+std::optional<HostOptions> ParseHostOptions(int argc, char** argv, int& exitCode);
+
+#endif

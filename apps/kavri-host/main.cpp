@@ -1,0 +1,90 @@
+// kavri-host: the host application of a controller. Sets the library's
+// ports and paths, hears of program state changes and runs until SIGINT or
+// SIGTERM.
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "HostOptions.h"
+#include "kavri/KavriLib.h"
+
+extern "C" {
+int DebugFlags = 0;
+FILE* DebugFile = nullptr;
+}
+
+namespace {
+
+const char* ProgramStateText(int32_t state) {
+  static const char* const texts[] = {
+      "online mode started",        "online mode stopped",        "downloaded (RAM only)",
+      "downloaded (flash file)",    "start requested",            "display built",
+      "display ended",              "stopped",
+  };
+  return state >= 0 && state < static_cast<int32_t>(sizeof texts / sizeof *texts) ? texts[state] : "unknown state";
+}
+
+void PrintProgramInfo(KavriLib_ProgramInfo* info) {
+  printf("kavri-host: program %s%s%s: %s (state %d)\n", info->name ? "\"" : "", info->name ? info->name : "-",
+         info->name ? "\"" : "", ProgramStateText(info->state), info->state);
+}
+
+FILE* OpenOrComplain(const std::string& path, const char* mode, const char* what) {
+  FILE* file = fopen(path.c_str(), mode);
+  if (!file) fprintf(stderr, "kavri-host: cannot open %s %s: %s\n", what, path.c_str(), strerror(errno));
+  return file;
+}
+
+bool MakeProgramDirectory(const std::string& path) {
+  if (mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) return true;
+  fprintf(stderr, "kavri-host: cannot create program directory %s: %s\n", path.c_str(), strerror(errno));
+  return false;
+}
+
+bool ConfigureLibrary(const HostOptions& options) {
+  DebugFlags = options.debugFlags;
+  DebugFile = stdout;
+  if (!options.debugFile.empty() && !(DebugFile = OpenOrComplain(options.debugFile, "a", "debug file"))) return false;
+  if (!options.cameraFile.empty() && !(CameraFile = OpenOrComplain(options.cameraFile, "wb", "camera file")))
+    return false;
+  if (!options.sysVersionFile.empty()) SysVersionFile = options.sysVersionFile.c_str();
+  if (!MakeProgramDirectory(options.programs)) return false;
+  KavriServerPort = options.port;
+  CameraServerPort = options.cameraPort;
+  KavriLib_SetProgramLibraryPath(options.programs.c_str());
+  KavriLib_SetProgramInfoCallback(PrintProgramInfo);
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int exitCode = 0;
+  std::optional<HostOptions> options = ParseHostOptions(argc, argv, exitCode);
+  if (!options) return exitCode;
+  setvbuf(stdout, nullptr, _IOLBF, 0);  // people and scripts watch the log live
+
+  // Every thread the library starts inherits this mask, so the signals
+  // reach only the sigwait below.
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  if (!ConfigureLibrary(*options)) return 1;
+  if (!KavriLib_Init()) return 1;
+  printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s\n", options->port,
+         options->cameraPort, options->programs.c_str());
+
+  int received = 0;
+  sigwait(&stopSignals, &received);
+  printf("kavri-host: %s received, stopping\n", strsignal(received));
+  KavriLib_Terminate();
+  if (CameraFile) fclose(CameraFile);
+  fflush(nullptr);
+  return 0;
+}

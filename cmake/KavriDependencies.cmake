@@ -1,0 +1,27 @@
+# Third-party libraries. On armhf they come from the sysroot that
+# scripts/setup.sh unpacks; natively from the host's Debian packages.
+find_package(Threads REQUIRED)
+find_package(JPEG REQUIRED)
+find_package(PkgConfig)
+
+if(CMAKE_CROSSCOMPILING)
+  set(KAVRI_SDL2_INCLUDE_DIRS ${KAVRI_SYSROOT}/usr/include/SDL2
+      ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET}/SDL2)
+  find_library(KAVRI_SDL2_LIB SDL2-2.0 PATHS ${KAVRI_SYSROOT_LIBDIRS} NO_DEFAULT_PATH)
+  find_library(KAVRI_SDL2_TTF_LIB SDL2_ttf-2.0 PATHS ${KAVRI_SYSROOT_LIBDIRS} NO_DEFAULT_PATH)
+  set(KAVRI_SDL2_LIBRARIES ${KAVRI_SDL2_TTF_LIB} ${KAVRI_SDL2_LIB})
+else()
+  pkg_check_modules(KAVRI_SDL2 REQUIRED IMPORTED_TARGET sdl2 SDL2_ttf)
+  set(KAVRI_SDL2_INCLUDE_DIRS ${KAVRI_SDL2_INCLUDE_DIRS})
+  set(KAVRI_SDL2_LIBRARIES PkgConfig::KAVRI_SDL2)
+endif()
+
+# GoogleTest is built from Debian's sources on both targets, so that the
+# cross build and the sanitizer build use a matching copy.
+if(BUILD_TESTING OR NOT DEFINED BUILD_TESTING)
+  set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+  set(BUILD_GMOCK ON CACHE BOOL "" FORCE)
+  add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+endif()
+
+find_package(benchmark QUIET)

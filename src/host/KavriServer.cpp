@@ -1,0 +1,170 @@
+// The PC link server: one PC at a time, one command after the other.
+#include "host/KavriServer.h"
+
+#include <arpa/inet.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/KavriRates.h"
+#include "kavri/KavriLib.h"
+#include "kavri/MotorIOLib.h"
+
+namespace kavri {
+
+namespace {
+
+[[noreturn]] void FailServer(const char* message) {
+  fputs(message, stderr);
+  exit(1);
+}
+
+void RaisePriority() {
+  printf("main thread old nice value = %d\n", nice(0));
+  printf("main thread new nice value = %d\n", nice(-10));
+}
+
+// Downloaded code is linked for the run area's address, so that area must
+// become executable exactly where it is.
+void MapRunAreaExecutable() {
+  void* wanted = DataAreaRun;
+  void* mapped = mmap(wanted, KAVRI_AREA_SIZE, PROT_READ | PROT_WRITE | PROT_EXEC,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+  if (mapped != wanted) {
+    fprintf(stderr, "ERROR mapping data buffer, %p!=%p, err=%s, \n", mapped, wanted, strerror(errno));
+    exit(1);
+  }
+}
+
+void PrintPeerLine(const char* format, const sockaddr_in& peer) {
+  auto* bytes = reinterpret_cast<const uint8_t*>(&peer.sin_addr.s_addr);
+  printf(format, bytes[0], bytes[1], bytes[2], bytes[3]);
+}
+
+// Reads and runs commands until one fails or the PC goes away.
+void RunCommandLoop(int fd) {
+  for (;;) {
+    ReportRatesIfDue();
+    xoIF2013Command_Base command{};
+    ssize_t received = read(fd, &command, sizeof command);
+    if (received < 0) {
+      fprintf(stderr, "ERROR calling read\n");
+      return;
+    }
+    if (received < static_cast<ssize_t>(sizeof command)) {
+      fprintf(stderr, "ERROR received illegal command packet (length<4)\n");
+      return;
+    }
+    const LinkCommand* handler = FindLinkCommand(command.code);
+    if (!handler) {
+      fprintf(stderr, "ERROR received illegal command (0x%8.8x)", command.code);
+      return;
+    }
+    if (handler->logLine) puts(handler->logLine);
+    if (!handler->handle(fd, &command)) return;
+  }
+}
+
+// Online mode outlives the connection; the host hears of it and the outputs
+// are cleared so the machine does not keep moving without its PC.
+void CloseOnlineModeConnection() {
+  if (!OnlineModeActive.load(std::memory_order_acquire)) return;
+  KavriNotifyProgramInfo(nullptr, KavriProgramOnlineStopped);
+  memset(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX), 0, KAVRI_TRANS_AREA_CLEAR_SIZE);
+}
+
+void ServeConnection(int fd, const sockaddr_in& peer) {
+  printf("\n");
+  SetSocketTimeouts(fd);
+  PrintPeerLine("Accepted connection request from %d.%d.%d.%d\n", peer);
+  RateLastTime.store(NowMilliseconds(), std::memory_order_relaxed);
+  RunCommandLoop(fd);
+  PrintPeerLine("Closing connection from %d.%d.%d.%d\n", peer);
+  close(fd);
+  CloseOnlineModeConnection();
+}
+
+}  // namespace
+
+void SetSocketTimeouts(int fd) {
+  timeval timeout{kSocketTimeoutSeconds, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+}
+
+int CreateListeningSocket(int port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd < 0) FailServer("ERROR calling socket\n");
+  int reuse = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  SetSocketTimeouts(fd);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0)
+    FailServer("ERROR calling bind. Do you try to run KavriApp or service twice?\n");
+  if (listen(fd, 1) < 0) FailServer("ERROR calling listen\n");
+  return fd;
+}
+
+bool WriteReply(int fd, const void* reply, size_t length) {
+  // No SIGPIPE: a PC that vanished is a failed write, not a dead controller.
+  ssize_t written = send(fd, reply, length, MSG_NOSIGNAL);
+  if (written < 0 || static_cast<size_t>(written) != length) {
+    fprintf(stderr, "ERROR calling write\n");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace kavri
+
+extern "C" {
+
+void* KavriServerThread(void*) {
+  kavri::RaisePriority();
+  int listener = kavri::CreateListeningSocket(KavriServerPort);
+  kavri::MapRunAreaExecutable();
+  for (;;) {
+    sockaddr_in peer{};
+    socklen_t peerLength = sizeof peer;
+    int fd = accept(listener, reinterpret_cast<sockaddr*>(&peer), &peerLength);
+    if (fd < 0) continue;
+    kavri::ServeConnection(fd, peer);
+  }
+}
+
+// Deliberately a single read: the PC sends each command in one write, and
+// an extension split over two segments is rejected.
+bool ReadCommandExtension(int fd, xoIF2013Command_Base* command, xoIF2013Command_Base* buffer, unsigned length) {
+  memset(buffer, 0, length);
+  memcpy(buffer, command, sizeof *command);
+  unsigned rest = length - sizeof *command;
+  ssize_t received = read(fd, reinterpret_cast<uint8_t*>(buffer) + sizeof *command, rest);
+  if (received < 0) {
+    fprintf(stderr, "ERROR calling read\n");
+    return false;
+  }
+  if (static_cast<unsigned>(received) < rest) {
+    fprintf(stderr, "ERROR received illegal command packet (length<%d)\n", rest);
+    return false;
+  }
+  return true;
+}
+
+int accept_timeout(int fd, sockaddr* address, unsigned* address_length, int seconds, int microseconds) {
+  fd_set readable;
+  FD_ZERO(&readable);
+  FD_SET(fd, &readable);
+  timeval timeout{seconds, microseconds};
+  if (select(fd + 1, &readable, nullptr, nullptr, &timeout) <= 0) return -1;
+  return accept(fd, address, reinterpret_cast<socklen_t*>(address_length));
+}
+
+}  // extern "C"

@@ -1,0 +1,7 @@
+// The library imports these from its host application.
+#include <cstdio>
+
+extern "C" {
+int DebugFlags = 0;
+FILE* DebugFile = stdout;
+}
