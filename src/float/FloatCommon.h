@@ -1,0 +1,383 @@
+// Building blocks shared by the FL48 and FL64 routines. Both formats have the
+// same word 0 and differ only in the mantissa width, so every primitive is
+// written once over Format<Record> and the exported functions are thin
+// wrappers around these inline templates (which also keeps calls inside the
+// library off the dynamic symbol table).
+#ifndef KAVRI_FLOAT_COMMON_H
+#define KAVRI_FLOAT_COMMON_H
+
+#include <stdint.h>
+
+#include <algorithm>
+
+#include "kavri/FL48.h"
+
+namespace kavri::fl {
+
+// ---- Word 0 ----
+
+inline unsigned fieldOf(uint16_t expWord) { return expWord & FL48_EXP_MASK; }
+template <class R>
+inline unsigned fieldOf(const R& x) {
+  return fieldOf(x.expWord);
+}
+template <class R>
+inline bool isNegative(const R& x) {
+  return (x.expWord & FL48_SIGN_BIT) != 0;
+}
+// The special-value rules count every field of 256 or more as a number.
+inline bool isNumberField(unsigned field) { return field >= FL48_EXP_MIN; }
+// What an operation may produce as a normal result.
+inline bool isNormalField(unsigned field) { return field >= FL48_EXP_MIN && field <= FL48_EXP_MAX; }
+template <class R>
+inline void setField(R& x, unsigned field) {
+  x.expWord = uint16_t((x.expWord & ~FL48_EXP_MASK) | field);
+}
+// Writes a code over the whole of word 0; the mantissa stays as it was.
+template <class R>
+inline void setCode(R& x, unsigned code) {
+  x.expWord = uint16_t(code);
+}
+
+// ---- Mantissa as one integer ----
+
+template <class R>
+struct Format;
+
+template <>
+struct Format<FL48> {
+  using Mant = uint32_t;
+  using Wide = uint64_t;  // a full product
+  static constexpr int kBits = 32;
+  static Mant load(const FL48& x) { return (uint32_t(x.mant[0]) << 16) | x.mant[1]; }
+  static void store(FL48& x, Mant m) {
+    x.mant[0] = uint16_t(m >> 16);
+    x.mant[1] = uint16_t(m);
+  }
+};
+
+// A 128-bit unsigned value for the FL64 product; only the low 96 bits are used.
+struct U128 {
+  uint64_t hi;
+  uint64_t lo;
+};
+
+template <>
+struct Format<FL64> {
+  using Mant = uint64_t;
+  using Wide = U128;
+  static constexpr int kBits = 48;
+  static Mant load(const FL64& x) {
+    return (uint64_t(x.mant[0]) << 32) | (uint32_t(x.mant[1]) << 16) | x.mant[2];
+  }
+  static void store(FL64& x, Mant m) {
+    x.mant[0] = uint16_t(m >> 32);
+    x.mant[1] = uint16_t(m >> 16);
+    x.mant[2] = uint16_t(m);
+  }
+};
+
+template <class R>
+using MantOf = typename Format<R>::Mant;
+template <class R>
+inline constexpr int kBitsOf = Format<R>::kBits;
+template <class R>
+inline constexpr MantOf<R> kMantMask = MantOf<R>(~MantOf<R>(0) >> (8 * sizeof(MantOf<R>) - kBitsOf<R>));
+template <class R>
+inline constexpr MantOf<R> kMantTop = MantOf<R>(MantOf<R>(1) << (kBitsOf<R> - 1));
+
+template <class R>
+inline MantOf<R> loadMant(const R& x) {
+  return Format<R>::load(x);
+}
+template <class R>
+inline void storeMant(R& x, MantOf<R> m) {
+  Format<R>::store(x, m);
+}
+
+template <class R>
+inline int countZeroMsb(MantOf<R> m) {
+  if (m == 0) return kBitsOf<R>;
+  if constexpr (sizeof(MantOf<R>) == 4) {
+    return __builtin_clz(m);
+  } else {
+    return __builtin_clzll(m) - (64 - kBitsOf<R>);
+  }
+}
+
+// Shift counts at or beyond the width (or negative) give 0, never undefined.
+template <class R>
+inline MantOf<R> shiftRight(MantOf<R> m, int32_t n) {
+  return uint32_t(n) >= uint32_t(kBitsOf<R>) ? 0 : MantOf<R>(m >> n);
+}
+template <class R>
+inline MantOf<R> shiftLeft(MantOf<R> m, int32_t n) {
+  return uint32_t(n) >= uint32_t(kBitsOf<R>) ? 0 : MantOf<R>((m << n) & kMantMask<R>);
+}
+
+// m += s; returns the carry out of the top.
+template <class R>
+inline int addMant(MantOf<R>& m, MantOf<R> s) {
+  uint64_t sum = uint64_t(m) + s;
+  m = MantOf<R>(sum & kMantMask<R>);
+  return int(sum >> kBitsOf<R>);
+}
+// m -= s; returns the borrow out of the top.
+template <class R>
+inline int subMant(MantOf<R>& m, MantOf<R> s) {
+  int borrow = s > m;
+  m = MantOf<R>((m - s) & kMantMask<R>);
+  return borrow;
+}
+
+// After a carry out of the top: the carry enters at the top, the bottom bit
+// falls out (and with it the exact flag, if it was a 1).
+template <class R>
+inline void shiftInCarry(R& x, MantOf<R> m) {
+  if (m & 1) x.expWord &= uint16_t(~FL48_EXACT_BIT);
+  storeMant(x, MantOf<R>((m >> 1) | kMantTop<R>));
+}
+template <class R>
+inline void shiftRightOneAdjustExponent(R& x, MantOf<R> m) {
+  shiftInCarry(x, m);
+  unsigned raised = fieldOf(x) + 1;
+  if (raised > FL48_EXP_MAX) {
+    setCode(x, FL48_CODE_OVERFLOW);
+  } else {
+    setField(x, raised);
+  }
+}
+
+// ---- Full products ----
+
+inline uint64_t wideMul(uint32_t a, uint32_t b) { return uint64_t(a) * b; }
+inline bool wideBitFromTop(uint64_t p, int pos) { return (p >> (63 - pos)) & 1; }
+// The 32 bits that start s bits below the top (s = 0..32).
+inline uint32_t wideTop(uint64_t p, int s) { return uint32_t(p >> (32 - s)); }
+inline bool wideDropsOnes(uint64_t p, int s) { return (p & ((uint64_t(1) << (32 - s)) - 1)) != 0; }
+
+// 48 x 48 bits from 32-bit pieces; the product occupies bits 95..0.
+inline U128 wideMul(uint64_t a, uint64_t b) {
+  uint64_t aLo = uint32_t(a), aHi = a >> 32, bLo = uint32_t(b), bHi = b >> 32;
+  uint64_t low = aLo * bLo;
+  uint64_t middle = aHi * bLo + aLo * bHi;  // below 2^49
+  uint64_t lo = low + (middle << 32);
+  uint64_t carry = lo < low;
+  return U128{aHi * bHi + (middle >> 32) + carry, lo};
+}
+inline bool wideBitFromTop(const U128& p, int pos) {
+  int bit = 95 - pos;
+  return bit >= 64 ? (p.hi >> (bit - 64)) & 1 : (p.lo >> bit) & 1;
+}
+// The 48 bits that start s bits below the top (s = 0..48).
+inline uint64_t wideTop(const U128& p, int s) {
+  int r = 48 - s;
+  uint64_t bits = r == 0 ? p.lo : (p.lo >> r) | (p.hi << (64 - r));
+  return bits & ((uint64_t(1) << 48) - 1);
+}
+inline bool wideDropsOnes(const U128& p, int s) { return (p.lo & ((uint64_t(1) << (48 - s)) - 1)) != 0; }
+
+// The product keeps as many leading zeros as the less precise factor; the
+// position of its leading bit is predicted from the factors and, with
+// FL_OptionExactRoundUp, checked once. Returns 1 when nothing was dropped.
+template <class R>
+inline int mantissaMul(R& dst, const R& src, int32_t& exp) {
+  MantOf<R> a = loadMant(dst), b = loadMant(src);
+  int za = countZeroMsb<R>(a), zb = countZeroMsb<R>(b);
+  int z = za + zb;
+  auto product = wideMul(a, b);
+  if (FL_OptionExactRoundUp != 0 && z < 2 * kBitsOf<R> && !wideBitFromTop(product, z)) ++z;
+  int shift = z - std::max(za, zb);
+  exp -= shift;
+  storeMant(dst, MantOf<R>(wideTop(product, shift)));
+  return !wideDropsOnes(product, shift);
+}
+
+// ---- Special-value rules ----
+
+enum class Special {
+  kNone,  // both operands are numbers: the operation goes on
+  kKeep,  // a stays as it is
+  kCopyB,
+  kCopyBNegated,
+  kUndefined,
+  kNan,
+  kUnderflow,
+  kOverflow,
+  kLost,
+  kOne,
+};
+
+Special binarySpecial(unsigned fa, unsigned fb, int op);
+Special unarySpecial(unsigned fa, bool negative, int op);
+
+template <class R>
+inline void setOne(R& x) {
+  x = R{};
+  x.expWord = FL48_EXACT_BIT | (FL48_EXP_BIAS + 1);
+  storeMant(x, kMantTop<R>);
+}
+
+// Writes what a rule decided into a; returns 1 when the operation ends there.
+template <class R>
+inline int applySpecial(R& a, const R& b, Special s) {
+  switch (s) {
+    case Special::kNone: return 0;
+    case Special::kKeep: break;
+    case Special::kCopyB: a = b; break;
+    case Special::kCopyBNegated:
+      a = b;
+      a.expWord ^= FL48_SIGN_BIT;
+      break;
+    case Special::kUndefined: setCode(a, FL48_CODE_UNDEFINED); break;
+    case Special::kNan: setCode(a, FL48_CODE_NAN); break;
+    case Special::kUnderflow: setCode(a, FL48_CODE_UNDERFLOW); break;
+    case Special::kOverflow: setCode(a, FL48_CODE_OVERFLOW); break;
+    case Special::kLost: setCode(a, FL48_CODE_LOST); break;
+    case Special::kOne: setOne(a); break;
+  }
+  return 1;
+}
+
+template <class R>
+inline int handleSpecialBinary(R& a, const R& b, int op) {
+  unsigned fa = fieldOf(a), fb = fieldOf(b);
+  if (isNumberField(fa) && isNumberField(fb)) [[likely]] return 0;
+  return applySpecial(a, b, binarySpecial(fa, fb, op));
+}
+
+// ---- Record-level primitives behind the exported FL48_INT_* / FL64_INT_* ----
+
+template <class R>
+inline void mantissaShiftRight(R& dst, const R& src, int32_t n) {
+  storeMant(dst, shiftRight<R>(loadMant(src), n));
+}
+template <class R>
+inline void mantissaShiftLeft(R& dst, const R& src, int32_t n) {
+  storeMant(dst, shiftLeft<R>(loadMant(src), n));
+}
+template <class R>
+inline void mantissaShiftRightOneVar(R& x, int32_t& exp) {
+  shiftInCarry(x, loadMant(x));
+  ++exp;
+}
+// Treats the mantissa as an integer and makes it a normalised number.
+template <class R>
+inline int mantissaNormalizeExponentSet(R& x) {
+  MantOf<R> m = loadMant(x);
+  int z = countZeroMsb<R>(m);
+  storeMant(x, shiftLeft<R>(m, z));
+  x.expWord = uint16_t(FL48_EXP_BIAS + kBitsOf<R> - z);
+  return z;
+}
+template <class R>
+inline void mantissaNegate(R& x) {
+  storeMant(x, MantOf<R>((0 - loadMant(x)) & kMantMask<R>));
+  x.expWord ^= FL48_SIGN_BIT;
+}
+template <class R>
+inline int mantissaAdd(R& dst, const R& src) {
+  MantOf<R> m = loadMant(dst);
+  int carry = addMant<R>(m, loadMant(src));
+  storeMant(dst, m);
+  return carry;
+}
+template <class R>
+inline int mantissaAddWord(R& x, uint32_t w) {
+  MantOf<R> m = loadMant(x);
+  int carry = addMant<R>(m, MantOf<R>(w & 0xFFFF));
+  storeMant(x, m);
+  return carry;
+}
+template <class R>
+inline int mantissaSub(R& dst, const R& src) {
+  MantOf<R> m = loadMant(dst);
+  int borrow = subMant<R>(m, loadMant(src));
+  storeMant(dst, m);
+  return borrow;
+}
+template <class R>
+inline int mantissaMul10(R& x) {
+  uint64_t m = loadMant(x);
+  // (m << 3) + (m << 1) without leaving 64 bits: m has at most 48 bits.
+  uint64_t product = (m << 3) + (m << 1);
+  storeMant(x, MantOf<R>(product & kMantMask<R>));
+  return (product >> kBitsOf<R>) != 0;
+}
+
+// Long division of the normalised mantissas, shifted so that the quotient
+// keeps as many leading zeros as the less precise operand, like the product.
+// A zero divisor mantissa (a cancelled difference) pushes the counter beyond
+// every exponent, so that the caller's range check makes the result overflow.
+inline constexpr int32_t kDivideByZeroExponentStep = 0x10000;
+
+inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
+  uint32_t dividend = loadMant(dst), divisor = loadMant(src);
+  if (divisor == 0) {
+    exp += kDivideByZeroExponentStep;
+    return 0;
+  }
+  if (dividend == 0) return 1;
+  int za = countZeroMsb<FL48>(dividend), zb = countZeroMsb<FL48>(divisor);
+  int keptZeros = std::max(za, zb);
+  uint32_t a = dividend << za, b = divisor << zb;
+  int quotientAboveOne = a >= b;
+  uint64_t numerator = uint64_t(a) << (32 - quotientAboveOne - keptZeros);
+  storeMant(dst, uint32_t(numerator / b));
+  exp += quotientAboveOne + keptZeros + zb - za;
+  return numerator % b == 0;
+}
+
+// ---- Operations common to both formats ----
+
+// a = a + b (subtract: a - b). Not normalised afterwards: cancellation keeps
+// its leading zeros, which is how the number of valid bits travels.
+template <class R>
+inline void addOrSubtract(R& a, const R& b, bool subtract) {
+  if (handleSpecialBinary(a, b, subtract ? '-' : '+')) return;
+  unsigned fa = fieldOf(a), fb = fieldOf(b);
+  MantOf<R> ma = loadMant(a), mb = loadMant(b);
+  if (fa > fb) {
+    mb = shiftRight<R>(mb, int32_t(fa - fb));
+  } else if (fb > fa) {
+    ma = shiftRight<R>(ma, int32_t(fb - fa));
+    setField(a, fb);
+  }
+  bool sameSign = ((a.expWord ^ b.expWord) & FL48_SIGN_BIT) == 0;
+  if (sameSign != subtract) {
+    if (addMant<R>(ma, mb)) {
+      shiftRightOneAdjustExponent(a, ma);
+      return;
+    }
+  } else if (subMant<R>(ma, mb)) {
+    ma = MantOf<R>((0 - ma) & kMantMask<R>);
+    a.expWord ^= FL48_SIGN_BIT;
+  }
+  storeMant(a, ma);
+}
+
+// Word 0 of a product or quotient from its exponent counter.
+template <class R>
+inline void finishExponent(R& a, const R& b, int32_t exp, int exact) {
+  if (exp < FL48_EXP_MIN) {
+    setCode(a, FL48_CODE_UNDERFLOW);
+  } else if (exp > FL48_EXP_MAX) {
+    setCode(a, FL48_CODE_OVERFLOW);
+  } else {
+    uint16_t sign = (a.expWord ^ b.expWord) & FL48_SIGN_BIT;
+    uint16_t exactFlag = exact ? (a.expWord & b.expWord & FL48_EXACT_BIT) : 0;
+    a.expWord = uint16_t(sign | exactFlag | exp);
+  }
+}
+
+template <class R>
+inline void multiply(R& a, const R& b) {
+  if (handleSpecialBinary(a, b, '*')) return;
+  int32_t exp = int32_t(fieldOf(a)) + int32_t(fieldOf(b)) - FL48_EXP_BIAS;
+  int exact = mantissaMul(a, b, exp);
+  finishExponent(a, b, exp, exact);
+}
+
+}  // namespace kavri::fl
+
+#endif  // KAVRI_FLOAT_COMMON_H
