@@ -247,7 +247,7 @@ void FL48_Acos(FL48* x) {
     FL48_AddExp(&t, -1);
     FL48_Sqrt(&t);
     FL48_Asin(&t);
-    FL48_AddExp(&t, 1);
+    FL48_Add(&t, &t);  // doubling by addition keeps a zero zero
     *x = t;
     return;
   }

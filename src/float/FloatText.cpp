@@ -350,16 +350,21 @@ int32_t PowerOfTen(int32_t n) {
   return p;
 }
 
-// Mantissa area of the exponent kinds: the first digit, then the separator
-// and the further digits in what is left of its positions.
+// Mantissa area of the exponent kinds: the integer digits, then the
+// separator and further digits when at least one of them fits; a shorter
+// text is right-aligned in the field.
+bool HasFraction(int32_t intDigits, int32_t area) { return area - intDigits >= 2; }
+
+int32_t SignificantDigits(int32_t intDigits, int32_t area) {
+  return HasFraction(intDigits, area) ? area - 1 : intDigits;
+}
+
 void PutMantissa(FieldText& text, const Decimal& d, int32_t intDigits, int32_t area, char separator) {
   text.PutDigits(d, 0, intDigits);
-  if (area <= intDigits) return;
+  if (!HasFraction(intDigits, area)) return;
   text.Put(separator);
   text.PutDigits(d, intDigits, area - intDigits - 1);
 }
-
-int32_t SignificantDigits(int32_t intDigits, int32_t area) { return intDigits + std::max(area - intDigits - 1, 0); }
 
 void PrintScientific(const Job& job, const DigitSource& source) {
   const int32_t area = job.digitsField + 1;
