@@ -1,0 +1,21 @@
+// A simulated camera for running camera programs without one: a light floor
+// with a dark line and a coloured ball that moves, rendered to 4:2:2
+// Motion-JPEG at the size and rate the capture thread asks for.
+#ifndef CAMERA_DEVICES_SIMCAMERA_H
+#define CAMERA_DEVICES_SIMCAMERA_H
+
+#include <cstdint>
+#include <vector>
+
+extern "C" {
+// Puts the simulated camera behind the camera seam.
+void SimCamera_Install(void);
+}
+
+namespace camera_devices {
+// The scene at one frame number, as packed YUYV and as the camera sends it.
+std::vector<uint8_t> RenderSimScene(uint32_t frameNumber, int width, int height);
+std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height);
+}  // namespace camera_devices
+
+#endif

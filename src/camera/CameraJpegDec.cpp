@@ -1,0 +1,118 @@
+// Motion-JPEG frame to packed YUYV: libjpeg delivers raw component planes in
+// 8-row bands (no colour conversion, no upsampling) and we interleave them.
+#include <csetjmp>
+#include <cstdint>
+#include <cstdio>
+
+#include <jpeglib.h>  // after <cstdio>, which it needs
+
+#include "kavri/Camera.h"
+
+namespace {
+
+// libjpeg's error manager with our jump point right behind it, so that the
+// error_exit hook finds its way back from the manager pointer alone.
+struct DecoderErrorManager {
+  jpeg_error_mgr standard;
+  jmp_buf jump;
+};
+
+bool IsCameraLayout(const jpeg_decompress_struct& info) {
+  if (info.num_components != 3 || info.jpeg_color_space != JCS_YCbCr) return false;
+  const jpeg_component_info* component = info.comp_info;
+  return component[0].h_samp_factor == 2 && component[0].v_samp_factor == 1 &&
+         component[1].h_samp_factor == 1 && component[1].v_samp_factor == 1 &&
+         component[2].h_samp_factor == 1 && component[2].v_samp_factor == 1;
+}
+
+// Odd widths have no YUYV form, and a picture larger than the caller's image
+// (a camera that ignored the requested size) must not run past it.
+bool FitsOutput(const jpeg_decompress_struct& info, int outputSize) {
+  uint64_t pictureBytes = uint64_t{info.image_width} * info.image_height * 2;
+  return info.image_width % 2 == 0 && outputSize >= 0 && pictureBytes <= uint64_t(outputSize);
+}
+
+void ChooseRawOutput(jpeg_decompress_struct& info) {
+  info.raw_data_out = TRUE;
+  info.dct_method = JDCT_IFAST;
+  info.do_fancy_upsampling = FALSE;
+  info.do_block_smoothing = FALSE;
+  info.out_color_space = JCS_YCbCr;
+  info.dither_mode = JDITHER_NONE;
+}
+
+// Rows as wide as libjpeg writes them: whole 8-sample blocks.
+JSAMPARRAY AllocateBand(jpeg_decompress_struct& info, const jpeg_component_info& component) {
+  return (*info.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&info), JPOOL_IMAGE,
+                                   component.width_in_blocks * DCTSIZE, DCTSIZE);
+}
+
+unsigned char* InterleaveBand(JSAMPARRAY planes[3], JDIMENSION width, unsigned char* output) {
+  for (int row = 0; row < DCTSIZE; ++row) {
+    const JSAMPLE* y = planes[0][row];
+    const JSAMPLE* cb = planes[1][row];
+    const JSAMPLE* cr = planes[2][row];
+    for (JDIMENSION x = 0; x < width; x += 2) {
+      output[0] = y[x];
+      output[1] = cb[x / 2];
+      output[2] = y[x + 1];
+      output[3] = cr[x / 2];
+      output += 4;
+    }
+  }
+  return output;
+}
+
+void DecodeBands(jpeg_decompress_struct& info, unsigned char* output) {
+  jpeg_start_decompress(&info);
+  JSAMPARRAY planes[3];
+  for (int c = 0; c < 3; ++c) planes[c] = AllocateBand(info, info.comp_info[c]);
+  for (JDIMENSION row = 0; row < info.image_height; row += DCTSIZE) {
+    jpeg_read_raw_data(&info, planes, DCTSIZE);
+    output = InterleaveBand(planes, info.image_width, output);
+  }
+}
+
+bool DecodePicture(jpeg_decompress_struct& info, unsigned char* compressed, int compressedSize,
+                   unsigned char* output, int outputSize) {
+  jpeg_mem_src(&info, compressed, compressedSize > 0 ? static_cast<unsigned long>(compressedSize) : 0);
+  jpeg_read_header(&info, TRUE);
+  if (!IsCameraLayout(info) || !FitsOutput(info, outputSize)) return false;
+  ChooseRawOutput(info);
+  DecodeBands(info, output);
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+void xoProJpegDecErrHandler(j_common_ptr info) {
+  auto* errors = reinterpret_cast<DecoderErrorManager*>(info->err);
+  longjmp(errors->jump, 1);
+}
+
+int xoProJpegDec(unsigned char* compressed, int compressedSize, unsigned char* output, int outputSize) {
+  jpeg_decompress_struct info{};
+  DecoderErrorManager errors;
+  info.err = jpeg_std_error(&errors.standard);
+  errors.standard.error_exit = xoProJpegDecErrHandler;
+  if (setjmp(errors.jump)) {
+    jpeg_destroy_decompress(&info);
+    return 0;
+  }
+  jpeg_create_decompress(&info);
+  bool decoded = DecodePicture(info, compressed, compressedSize, output, outputSize);
+  long warnings = errors.standard.num_warnings;
+  // Finishing would only read up to the end marker; the picture is complete.
+  jpeg_destroy_decompress(&info);
+  return decoded && warnings == 0 ? 1 : 0;
+}
+
+size_t CameraDecodedAllocation(int32_t width, int32_t height) {
+  if (width <= 0 || height <= 0) return 0;
+  size_t bandedHeight = (size_t(height) + DCTSIZE - 1) / DCTSIZE * DCTSIZE;
+  return size_t(width) * bandedHeight * 2;
+}
+
+}  // extern "C"
