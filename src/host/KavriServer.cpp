@@ -51,7 +51,7 @@ void RunCommandLoop(int fd) {
   for (;;) {
     ReportRatesIfDue();
     xoIF2013Command_Base command{};
-    ssize_t received = read(fd, &command, sizeof command);
+    ssize_t received = ReadOnce(fd, &command, sizeof command);
     if (received < 0) {
       fprintf(stderr, "ERROR calling read\n");
       return;
@@ -113,6 +113,13 @@ int CreateListeningSocket(int port) {
   return fd;
 }
 
+ssize_t ReadOnce(int fd, void* buffer, size_t length) {
+  ssize_t received = read(fd, buffer, length);
+  // An expired receive time-out means the PC sent nothing: a short read.
+  if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+  return received;
+}
+
 bool WriteReply(int fd, const void* reply, size_t length) {
   // No SIGPIPE: a PC that vanished is a failed write, not a dead controller.
   ssize_t written = send(fd, reply, length, MSG_NOSIGNAL);
@@ -146,7 +153,7 @@ bool ReadCommandExtension(int fd, xoIF2013Command_Base* command, xoIF2013Command
   memset(buffer, 0, length);
   memcpy(buffer, command, sizeof *command);
   unsigned rest = length - sizeof *command;
-  ssize_t received = read(fd, reinterpret_cast<uint8_t*>(buffer) + sizeof *command, rest);
+  ssize_t received = kavri::ReadOnce(fd, reinterpret_cast<uint8_t*>(buffer) + sizeof *command, rest);
   if (received < 0) {
     fprintf(stderr, "ERROR calling read\n");
     return false;

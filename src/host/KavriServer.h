@@ -4,6 +4,7 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -27,6 +28,8 @@ inline constexpr int kSocketTimeoutSeconds = 5;
 // has no purpose.
 int CreateListeningSocket(int port);
 void SetSocketTimeouts(int fd);
+// One read; a receive time-out counts as nothing received.
+ssize_t ReadOnce(int fd, void* buffer, size_t length);
 // One write of the whole reply; prints the error and returns false if short.
 bool WriteReply(int fd, const void* reply, size_t length);
 

@@ -1,0 +1,55 @@
+// A controller in a process of its own: the library's server thread lives
+// until its process ends and a failed bind ends the process, so every
+// server scenario forks a child that runs KavriLib_Init and then waits.
+#ifndef KAVRI_TESTS_CONTROLLERPROCESS_H
+#define KAVRI_TESTS_CONTROLLERPROCESS_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+struct ControllerConfig {
+  std::optional<std::string> sysVersion;  // contents of the version file; none: no file
+  int debugFlags = 0;
+  int port = 0;                           // 0: a free port
+  // Runs in the child after KavriLib_Init, e.g. to print library state.
+  std::function<void()> afterInit;
+};
+
+class ControllerProcess {
+ public:
+  explicit ControllerProcess(ControllerConfig config = {});
+  ~ControllerProcess();
+  ControllerProcess(const ControllerProcess&) = delete;
+  ControllerProcess& operator=(const ControllerProcess&) = delete;
+
+  int port() const { return port_; }
+  // True once the server listens; false if the child ended first.
+  bool WaitUntilListening();
+  std::string Stdout() const;
+  std::string Stderr() const;
+  std::string DebugOutput() const;
+  // Waits until the child's stdout or stderr holds `text`.
+  bool WaitForStdout(const std::string& text) const;
+  bool WaitForStderr(const std::string& text) const;
+  // Waits for the child to end on its own; its exit status, or -1.
+  int WaitForExit();
+
+ private:
+  std::string directory_;
+  int port_;
+  pid_t child_ = -1;
+  bool exited_ = false;
+};
+
+// A free TCP port on loopback, as the kernel hands them out.
+int FindFreePort();
+bool PortIsListening(int port);
+// Polls `ready` every 10 ms until true or `bound` has passed.
+bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds bound = std::chrono::seconds(60));
+std::string ReadWholeFile(const std::string& path);
+
+#endif

@@ -1,0 +1,53 @@
+#include "TestClient.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+TestClient::TestClient(int port, int timeoutSeconds) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return;
+  }
+  timeval timeout{timeoutSeconds, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+  fd_ = fd;
+}
+
+TestClient::~TestClient() { Close(); }
+
+void TestClient::Close() {
+  if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+}
+
+void TestClient::Send(const void* bytes, size_t length) {
+  if (send(fd_, bytes, length, MSG_NOSIGNAL) != static_cast<ssize_t>(length)) perror("TestClient send");
+}
+
+std::vector<uint8_t> TestClient::Receive(size_t length) {
+  std::vector<uint8_t> bytes(length);
+  size_t received = 0;
+  while (received < length) {
+    ssize_t count = recv(fd_, bytes.data() + received, length - received, 0);
+    if (count <= 0) break;
+    received += static_cast<size_t>(count);
+  }
+  bytes.resize(received);
+  return bytes;
+}
+
+bool TestClient::WaitForClose() {
+  uint8_t byte;
+  for (;;) {
+    ssize_t count = recv(fd_, &byte, 1, 0);
+    if (count == 0) return true;
+    if (count < 0) return false;
+  }
+}

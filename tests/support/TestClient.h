@@ -1,0 +1,30 @@
+// A plain TCP client on loopback, as a PC would connect.
+#ifndef KAVRI_TESTS_TESTCLIENT_H
+#define KAVRI_TESTS_TESTCLIENT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+class TestClient {
+ public:
+  // Connects to 127.0.0.1:port; receive calls give up after `timeoutSeconds`.
+  explicit TestClient(int port, int timeoutSeconds = 60);
+  ~TestClient();
+  TestClient(const TestClient&) = delete;
+  TestClient& operator=(const TestClient&) = delete;
+
+  bool connected() const { return fd_ >= 0; }
+  void Send(const void* bytes, size_t length);
+  void SendWord(uint32_t word) { Send(&word, sizeof word); }
+  // Reads up to `length` bytes, fewer only if the server closed or timed out.
+  std::vector<uint8_t> Receive(size_t length);
+  // True if the server closed the connection (reads end of stream).
+  bool WaitForClose();
+  void Close();
+
+ private:
+  int fd_ = -1;
+};
+
+#endif
