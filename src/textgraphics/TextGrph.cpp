@@ -74,9 +74,11 @@ void ClearRows(int32_t first, int32_t last) {
   memset(RowOf(first), 0, static_cast<size_t>((last - first) * BytesPerRow()));
 }
 
+// The cells at every x from the cursor to the last cell; one call per cell
+// is enough, as a cell's x is rounded down to its byte.
 void ClearCellsToEndOfLine() {
-  for (int32_t col = std::max(TextGrph.CursorX, 0) / 8; col * 8 <= TextGrph.Width - kCellWidth; ++col)
-    TextGrph_PutSpace(col * 8, TextGrph.CursorY);
+  for (int32_t x = std::max(TextGrph.CursorX, 0); x <= TextGrph.Width - kCellWidth; x = (x / 8 + 1) * 8)
+    TextGrph_PutSpace(x, TextGrph.CursorY);
 }
 
 void PrintGlyph(uint8_t c, uint8_t invertMask) {
