@@ -88,12 +88,14 @@ void FakeCamera::Reset() {
 void FakeCamera::PushFrame(Bytes frame) {
   std::lock_guard lock(mutex_);
   pending_.push_back(std::move(frame));
+  starved_ = false;
   changed_.notify_all();
 }
 
 void FakeCamera::SetFrameSource(FrameSource source) {
   std::lock_guard lock(mutex_);
   source_ = std::move(source);
+  starved_ = false;
   changed_.notify_all();
 }
 
@@ -105,6 +107,7 @@ void FakeCamera::PaceFromFrameRate(bool paced) {
 void FakeCamera::Stall(bool stalled) {
   std::lock_guard lock(mutex_);
   stalled_ = stalled;
+  starved_ = starved_ && stalled;
   changed_.notify_all();
 }
 

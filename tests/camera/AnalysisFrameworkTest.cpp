@@ -1,0 +1,275 @@
+// The analysis chain: dispatch, the counter record, the change variable and
+// the frame hand-over to a consumer thread.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "CameraChain.h"
+#include "TestImages.h"
+#include "camera_devices/FakeCamera.h"
+#include "kavri/Camera.h"
+#include "kavri/KavriLib.h"
+
+using camera_devices::FakeCamera;
+using testing::HasSubstr;
+
+namespace {
+
+// A record of a type this library has no analysis for, with a payload that
+// must stay untouched.
+struct ForeignRecord {
+  CameraAnalysisBase base;
+  int32_t payload[4];
+};
+
+CameraAnalysisCounter MakeCounter(int width, int height, int16_t* frameCounter, uint8_t* change) {
+  CameraAnalysisCounter counter{};
+  counter.base = {CameraAnalysisTypeCounter, nullptr, width, height};
+  counter.frameRate = 10;
+  counter.powerlineFreq = 50;
+  counter.frameCounterVar = frameCounter;
+  counter.changeVar = change;
+  return counter;
+}
+
+class AnalysisFrameworkTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    DebugFlags = 0;
+    CameraFrameCount.store(1);
+    CameraChangeVar = nullptr;
+  }
+  uint8_t frame_[64 * 48 * 2] = {};
+};
+
+TEST_F(AnalysisFrameworkTest, ChainIndexCountsRecordsThatArePassedOver) {
+  int16_t firstCount = 0, lastCount = 0;
+  CameraAnalysisCounter first = MakeCounter(1, 1, &firstCount, nullptr);
+  ForeignRecord foreign{{9, nullptr, 1, 1}, {11, 22, 33, 44}};
+  CameraAnalysisCounter last = MakeCounter(1, 1, &lastCount, nullptr);
+  first.base.next = &foreign.base;
+  foreign.base.next = &last.base;
+
+  std::vector<std::pair<int32_t, int>> visited;
+  CameraWalkChain(&first.base, [&](CameraAnalysisBase& record, int index) { visited.push_back({record.type, index}); });
+  EXPECT_EQ(visited, (std::vector<std::pair<int32_t, int>>{{0, 0}, {9, 1}, {0, 2}}));
+
+  CameraInitAnalysis(&first.base, 64, 48);
+  EXPECT_EQ(foreign.base.width, 64) << "passed-over records still get the capture size";
+  EXPECT_EQ(foreign.base.height, 48);
+  CameraFrameCount.store(7);
+  CameraRunAnalysis(&first.base, frame_, frame_, frame_, 0);
+  EXPECT_EQ(firstCount, 7);
+  EXPECT_EQ(lastCount, 7) << "the record behind the foreign one is analysed";
+  EXPECT_EQ(foreign.payload[0], 11);
+  EXPECT_EQ(foreign.payload[3], 44);
+  CameraUninitAnalysis(&first.base);
+}
+
+TEST_F(AnalysisFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
+  int16_t count = -1;
+  CameraAnalysisCounter counter = MakeCounter(64, 48, &count, nullptr);
+  const std::pair<uint32_t, int16_t> cases[] = {{1, 1}, {32767, 32767}, {32768, 0}, {32769, 1}, {65535, 32767}};
+  for (auto [frames, expected] : cases) {
+    CameraFrameCount.store(frames);
+    counter.Analyze(0, frame_, frame_, frame_, 0);
+    EXPECT_EQ(count, expected) << "after " << frames << " frames";
+  }
+}
+
+TEST_F(AnalysisFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
+  uint8_t change = 0;
+  int16_t count = 0;
+  CameraAnalysisCounter counter = MakeCounter(64, 48, &count, &change);
+  CameraInitAnalysis(&counter.base, 64, 48);
+  testing::internal::CaptureStderr();
+  CameraRunAnalysis(&counter.base, frame_, frame_, frame_, 0);
+  EXPECT_EQ(change, 255);
+  CameraUninitAnalysis(&counter.base);
+  EXPECT_EQ(CameraChangeVar, nullptr);
+
+  CameraAnalysisDeliverFrame deliver{};
+  deliver.base.type = CameraAnalysisTypeDeliverFrame;
+  CameraInitAnalysis(&deliver.base, 64, 48);
+  for (uint32_t frames = 1; frames <= 3; ++frames) {
+    CameraFrameCount.store(frames);
+    CameraRunAnalysis(&deliver.base, frame_, frame_, frame_, 0);
+  }
+  CameraFrameCount.store(1);
+  CameraRunAnalysis(nullptr, frame_, frame_, frame_, 0);
+  std::string errors = testing::internal::GetCapturedStderr();
+  const std::string message = "Camera change variable is not set. Do you have a camera object?\n";
+  EXPECT_EQ(errors, message + message) << "once for the first frame of each chain, null chain included";
+}
+
+TEST_F(AnalysisFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
+  CameraAnalysisBase head{CameraAnalysisTypeMaxOnLine, nullptr, 8, 4};
+  unsigned char frame[8 * 4 * 2] = {};
+  unsigned char* middleRow = frame + 8 * 4;
+  for (int pixel = 0; pixel < 8; ++pixel) middleRow[2 * pixel] = uint8_t(10 * pixel);
+  DebugFlags = 4;
+  CameraFrameCount.store(5);
+  testing::internal::CaptureStdout();
+  CameraRunAnalysis(&head, frame, frame, frame, 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Sharpness  25% ( 10  20  30  40) 12345\n");
+}
+
+TEST_F(AnalysisFrameworkTest, SetupWithNullChainStartsNothing) {
+  FakeCamera& camera = FakeCamera::Install();
+  int marker = 0;
+  CameraAnalysisData = reinterpret_cast<CameraAnalysisBase*>(&marker);
+  CameraSetup(nullptr);
+  EXPECT_EQ(CameraAnalysisData, nullptr);
+  EXPECT_FALSE(CameraThreadRunning.load());
+  CameraInitAnalysis(nullptr, 64, 48);
+  CameraUninitAnalysis(nullptr);
+  EXPECT_TRUE(camera.Events().empty()) << "the device was never touched";
+  FakeCamera::Uninstall();
+}
+
+// Settings come from the first counter record, the change variable from the
+// last one, since each Init overwrites it.
+TEST_F(AnalysisFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
+  FakeCamera& camera = FakeCamera::Install();
+  int16_t firstCount = 0, lastCount = 0;
+  uint8_t firstChange = 0, lastChange = 0;
+  CameraAnalysisCounter first = MakeCounter(48, 32, &firstCount, &firstChange);
+  CameraAnalysisCounter last = MakeCounter(96, 64, &lastCount, &lastChange);
+  last.frameRate = 5;
+  first.base.next = &last.base;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  CameraSetup(&first.base);
+  ASSERT_TRUE(camera.WaitUntilStarved(std::chrono::seconds(60)));
+  EXPECT_EQ(CameraFrameWidth, 48);
+  EXPECT_EQ(CameraFrameHeight, 32);
+  EXPECT_EQ(CameraFrameRate, 10);
+  EXPECT_EQ(camera.RequestedWidth(), 48u);
+  EXPECT_EQ(last.base.width, 48) << "every record gets the capture size";
+  EXPECT_EQ(CameraChangeVar, &lastChange);
+  CameraThreadTerminate.store(true);
+  camera.PushFrame(camera_devices::UndecodableFrame());
+  ASSERT_TRUE(WaitFor([] { return !CameraThreadRunning.load(); }));
+  testing::internal::GetCapturedStderr();
+  EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Camera parameter record found 48x32 10 fps 50 plf\n"));
+  FakeCamera::Uninstall();
+}
+
+class DeliverFrameTest : public testing::Test {
+ protected:
+  static constexpr int kCapacity = 16;
+  void SetUp() override {
+    record_.base.type = CameraAnalysisTypeDeliverFrame;
+    record_.capacity = kCapacity;
+    record_.buffer[0] = storage_[0];
+    record_.buffer[1] = storage_[1];
+    record_.enabled = 1;
+    record_.Init();
+  }
+  void Deliver(std::vector<uint8_t> frame) {
+    record_.Analyze(0, nullptr, nullptr, frame.data(), int(frame.size()));
+  }
+  // Takes the frame at readIndex the way the camera server does.
+  std::vector<uint8_t> Take() {
+    int which = record_.readIndex;
+    if (!record_.Full(which).load(std::memory_order_acquire)) return {};
+    std::vector<uint8_t> frame(record_.buffer[which], record_.buffer[which] + record_.size[which]);
+    record_.readIndex = (which + 1) % 2;
+    record_.Full(which).store(0, std::memory_order_release);
+    return frame;
+  }
+  CameraAnalysisDeliverFrame record_{};
+  uint8_t storage_[2][kCapacity + 1] = {};
+};
+
+TEST_F(DeliverFrameTest, FrameOfExactlyCapacityIsStoredAndOneByteMoreIsDropped) {
+  Deliver(std::vector<uint8_t>(kCapacity + 1, 1));
+  EXPECT_TRUE(Take().empty());
+  Deliver(std::vector<uint8_t>(kCapacity, 2));
+  EXPECT_EQ(Take(), std::vector<uint8_t>(kCapacity, 2));
+}
+
+TEST_F(DeliverFrameTest, DisabledRecordStoresNothing) {
+  record_.enabled = 0;
+  Deliver({1, 2, 3});
+  EXPECT_EQ(record_.full[0], 0);
+  EXPECT_EQ(record_.writeIndex, 0);
+}
+
+TEST_F(DeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer) {
+  Deliver({1});
+  Deliver({2});
+  Deliver({3});  // both buffers full: dropped
+  EXPECT_EQ(Take(), std::vector<uint8_t>{1});
+  Deliver({4});
+  EXPECT_EQ(record_.size[0], 1);
+  EXPECT_EQ(storage_[0][0], 4) << "stored in the buffer just freed";
+  EXPECT_EQ(Take(), std::vector<uint8_t>{2});
+  EXPECT_EQ(Take(), std::vector<uint8_t>{4});
+  EXPECT_TRUE(Take().empty());
+}
+
+TEST_F(DeliverFrameTest, InitClearsTheHandOverButKeepsTheServersSettings) {
+  Deliver({1});
+  Deliver({2});
+  record_.readIndex = 1;
+  record_.Init();
+  EXPECT_EQ(record_.full[0] | record_.full[1], 0);
+  EXPECT_EQ(record_.size[0] | record_.size[1], 0);
+  EXPECT_EQ(record_.writeIndex | record_.readIndex, 0);
+  EXPECT_EQ(record_.capacity, kCapacity);
+  EXPECT_EQ(record_.enabled, 1);
+  EXPECT_EQ(record_.buffer[1], storage_[1]);
+}
+
+// Each frame holds its sequence number and then a filler whose length and
+// value follow from it, so a torn frame shows as a mismatch.
+std::vector<uint8_t> NumberedFrame(uint32_t sequence) {
+  std::vector<uint8_t> frame(4 + sequence % 12, uint8_t(sequence));
+  memcpy(frame.data(), &sequence, 4);
+  return frame;
+}
+
+TEST_F(DeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsCleanly) {
+  std::atomic<uint32_t> produced{0};
+  std::atomic<bool> stop{false};
+  std::thread producer([&] {
+    for (uint32_t sequence = 1; !stop.load(); ++sequence) {
+      Deliver(NumberedFrame(sequence));
+      produced.store(sequence);
+    }
+  });
+  // The consumer starts only when three frames are out: the third found both
+  // buffers full.
+  ASSERT_TRUE(WaitFor([&] { return produced.load() >= 3; }));
+  uint32_t taken = 0, lastSequence = 0;
+  while (taken < 100) {
+    std::vector<uint8_t> frame = Take();
+    if (frame.empty()) continue;
+    ASSERT_GE(frame.size(), 4u);
+    uint32_t sequence;
+    memcpy(&sequence, frame.data(), 4);
+    EXPECT_EQ(frame, NumberedFrame(sequence)) << "torn frame";
+    EXPECT_GT(sequence, lastSequence) << "frames arrive in order";
+    lastSequence = sequence;
+    ++taken;
+    if (taken % 10 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_GT(produced.load(), taken) << "frames were dropped rather than waited for";
+
+  // The server's stop: disable, wait until no copy is under way; from then on
+  // nothing is written.
+  record_.Enabled().store(0);
+  ASSERT_TRUE(WaitFor([&] { return record_.Writing().load() == 0; }));
+  std::vector<uint8_t> snapshot(&storage_[0][0], &storage_[0][0] + sizeof storage_);
+  uint32_t producedAtStop = produced.load();
+  ASSERT_TRUE(WaitFor([&] { return produced.load() > producedAtStop + 100; }));
+  stop.store(true);
+  producer.join();
+  EXPECT_EQ(std::vector<uint8_t>(&storage_[0][0], &storage_[0][0] + sizeof storage_), snapshot);
+}
+
+}  // namespace

@@ -1,0 +1,366 @@
+// The capture thread against the fake Video4Linux2 device.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "TestImages.h"
+#include "camera_devices/FakeCamera.h"
+#include "kavri/Camera.h"
+#include "kavri/KavriLib.h"
+
+using camera_devices::Bytes;
+using camera_devices::FakeCamera;
+using camera_devices::FakeStep;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr int kWidth = 32;
+constexpr int kHeight = 16;
+
+using Lines = std::vector<std::string>;
+
+const Lines kNoDevice = {"Camera thread started", "CameraOpenDevice", "Camera thread terminated"};
+const Lines kConfigureFails = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraFreeBuffers",
+                               "Camera thread terminated"};
+const Lines kBuffersFail = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraAllocateBuffers",
+                            "CameraFreeBuffers", "Camera thread terminated"};
+const Lines kCaptureEnds = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraAllocateBuffers",
+                            "CameraStartCapture", "CameraStopCapture", "CameraFreeBuffers",
+                            "Camera thread terminated"};
+const Lines kCaptureTerminates = {"Camera thread started", "CameraOpenDevice",          "CameraInit",
+                                  "CameraAllocateBuffers", "CameraStartCapture",        "Camera thread terminating",
+                                  "CameraStopCapture",     "CameraFreeBuffers",         "Camera thread terminated"};
+
+// The bare progress lines of the thread, in order.
+Lines ProgressLines(const std::string& output) {
+  const std::set<std::string> progress(kCaptureTerminates.begin(), kCaptureTerminates.end());
+  Lines lines;
+  std::istringstream stream(output);
+  for (std::string line; std::getline(stream, line);)
+    if (progress.count(line)) lines.push_back(line);
+  return lines;
+}
+
+std::string ErrorLine(const char* step, int error) {
+  return std::string("Camera Error at ") + step + " error " + std::to_string(error) + ", " + strerror(error) + "\n";
+}
+
+// Indices of the dequeued buffers, in order.
+std::vector<int> DequeuedIndices(const std::vector<std::string>& events) {
+  std::vector<int> indices;
+  for (const std::string& event : events)
+    if (event.rfind("DQBUF ", 0) == 0) indices.push_back(std::stoi(event.substr(6)));
+  return indices;
+}
+
+class CaptureTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    camera_ = &FakeCamera::Install();
+    DebugFlags = 0;
+    CameraFile = nullptr;
+    Bytes yuyv = GradientYuyv(kWidth, kHeight);
+    goodFrame_ = camera_devices::EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight);
+    counter_.base = {CameraAnalysisTypeCounter, nullptr, kWidth, kHeight};
+    counter_.frameRate = 30;
+    counter_.powerlineFreq = 60;
+    counter_.frameCounterVar = &frameCounterVar_;
+    counter_.changeVar = &changeVar_;
+  }
+
+  void TearDown() override {
+    if (capturing_) Finish();
+    FakeCamera::Uninstall();
+  }
+
+  void Start() {
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    capturing_ = true;
+    CameraSetup(&counter_.base);
+  }
+
+  void StreamFrames() {
+    camera_->SetFrameSource([this](uint32_t, int, int) { return goodFrame_; });
+  }
+
+  bool Starved() { return camera_->WaitUntilStarved(std::chrono::seconds(60)); }
+
+  // Waits for the thread to end on its own or after a stop request.
+  void Finish(bool requestStop = false) {
+    if (requestStop) {
+      CameraThreadTerminate.store(true);
+      camera_->PushFrame(camera_devices::UndecodableFrame());  // wakes a starved wait
+    }
+    bool ended = WaitFor([] { return !CameraThreadRunning.load(); });
+    capturing_ = false;
+    out_ = testing::internal::GetCapturedStdout();
+    err_ = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(ended) << "capture thread did not end";
+  }
+
+  void ExpectReleasedEverything() {
+    EXPECT_FALSE(camera_->IsOpen());
+    EXPECT_EQ(camera_->MappedBufferCount(), 0);
+    EXPECT_EQ(CameraDeviceHandle, -1);
+    EXPECT_EQ(CameraBuffers, nullptr);
+    EXPECT_EQ(CameraChangeVar, nullptr);
+  }
+
+  FakeCamera* camera_ = nullptr;
+  Bytes goodFrame_;
+  CameraAnalysisCounter counter_{};
+  int16_t frameCounterVar_ = -1;
+  uint8_t changeVar_ = 0;
+  bool capturing_ = false;
+  std::string out_, err_;
+};
+
+TEST_F(CaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAnalysed) {
+  camera_->PushFrame(goodFrame_);
+  Start();
+  ASSERT_TRUE(Starved());
+  EXPECT_EQ(CameraFrameCount.load(), 0u);
+  EXPECT_EQ(changeVar_, 0);
+  EXPECT_EQ(frameCounterVar_, -1);
+  EXPECT_EQ(camera_->QueuedBufferCount(), 2) << "the held-back buffer stays dequeued";
+
+  for (int i = 0; i < 3; ++i) camera_->PushFrame(goodFrame_);
+  ASSERT_TRUE(Starved());
+  EXPECT_EQ(CameraFrameCount.load(), 3u);
+  EXPECT_EQ(CameraFrameCountSecond.load(), 3);
+  EXPECT_EQ(frameCounterVar_, 3);
+  EXPECT_EQ(changeVar_, 255);
+  EXPECT_EQ(camera_->QueuedBufferCount(), 2);
+  Finish(true);
+  EXPECT_EQ(ProgressLines(out_), kCaptureTerminates);
+  ExpectReleasedEverything();
+}
+
+TEST_F(CaptureTest, SettingsOfTheCounterRecordReachTheDevice) {
+  DebugFlags = 128;
+  camera_->PushFrame(goodFrame_);
+  Start();
+  ASSERT_TRUE(Starved());
+  EXPECT_EQ(camera_->RequestedWidth(), uint32_t(kWidth));
+  EXPECT_EQ(camera_->RequestedHeight(), uint32_t(kHeight));
+  EXPECT_EQ(camera_->RequestedFrameInterval(), 30u);
+  EXPECT_EQ(camera_->ControlValue(V4L2_CID_POWER_LINE_FREQUENCY), V4L2_CID_POWER_LINE_FREQUENCY_60HZ);
+  EXPECT_EQ(camera_->ControlValue(V4L2_CID_SHARPNESS), 0);
+  Finish(true);
+  EXPECT_THAT(out_, HasSubstr("Camera parameter record found 32x16 30 fps 60 plf\n"));
+  EXPECT_THAT(out_, HasSubstr("Format type=1 flags=1 desc=Motion-JPEG 4cc=MJPG\n"
+                              "  Size type=1 width=320 height=240\n"
+                              "    Rate type=1 1/30\n"
+                              "    Rate type=1 1/15\n"
+                              "  Size type=1 width=640 height=480\n"));
+  EXPECT_THAT(out_, HasSubstr("Format type=1 flags=0 desc=YUYV 4:2:2 4cc=YUYV\n"));
+  EXPECT_THAT(err_, HasSubstr("Camera error status A error 0, Success\n"));
+  EXPECT_THAT(err_, HasSubstr("Camera error status D error"));
+}
+
+// A frame that fails to decode is given straight back; the held-back frame
+// stays the previous one of the next analysed frame.
+TEST_F(CaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
+  struct Case {
+    const char* name;
+    Bytes bad;
+  };
+  Case cases[] = {{"undecodable", camera_devices::UndecodableFrame()},
+                  {"decodes with warnings", camera_devices::CorruptRecoverably(goodFrame_)}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    camera_ = &FakeCamera::Install();
+    DebugFlags = 256;
+    for (const Bytes& frame : {goodFrame_, goodFrame_, c.bad, goodFrame_}) camera_->PushFrame(frame);
+    Start();
+    ASSERT_TRUE(Starved());
+    EXPECT_EQ(CameraFrameCount.load(), 2u);
+    EXPECT_EQ(frameCounterVar_, 2);
+    std::vector<std::string> events = camera_->Events();
+    std::vector<int> dequeued = DequeuedIndices(events);
+    ASSERT_EQ(dequeued.size(), 4u);
+    auto badAt = std::find(events.begin(), events.end(), "DQBUF " + std::to_string(dequeued[2]));
+    ASSERT_NE(badAt, events.end());
+    ASSERT_NE(badAt + 1, events.end());
+    EXPECT_EQ(*(badAt + 1), "QBUF " + std::to_string(dequeued[2])) << "given back at once";
+    Finish(true);
+    std::string lastTrace = "Buffer " + std::to_string(dequeued[3]) + ", previous buffer " +
+                            std::to_string(dequeued[1]) + "\n";
+    EXPECT_THAT(out_, HasSubstr(lastTrace));
+  }
+}
+
+TEST_F(CaptureTest, StopRequestEndsTheThreadWithinOneFrame) {
+  StreamFrames();
+  Start();
+  ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 3; }));
+  CameraThreadTerminate.store(true);
+  uint32_t countAtRequest = CameraFrameCount.load();
+  Finish();
+  EXPECT_LE(CameraFrameCount.load(), countAtRequest + 1);
+  EXPECT_EQ(ProgressLines(out_), kCaptureTerminates);
+  EXPECT_FALSE(camera_->IsStreaming());
+  ExpectReleasedEverything();
+}
+
+TEST_F(CaptureTest, CameraThatStopsSendingEndsWithSelectTimeout) {
+  camera_->PushFrame(goodFrame_);
+  camera_->PushFrame(goodFrame_);
+  camera_->ScaleSelectTimeout(0.001);  // the ten seconds pass in ten milliseconds
+  Start();
+  Finish();
+  EXPECT_THAT(err_, HasSubstr("Camera Error at select timeout error"));
+  EXPECT_EQ(ProgressLines(out_), kCaptureEnds);
+  EXPECT_EQ(CameraFrameCount.load(), 1u);
+  ExpectReleasedEverything();
+}
+
+TEST_F(CaptureTest, SlowFrameReportsItsCaptureTime) {
+  camera_->PushFrame(goodFrame_);
+  camera_->DelayEachFrame(std::chrono::milliseconds(300));
+  camera_->ScaleSelectTimeout(0.05);
+  Start();
+  Finish();
+  EXPECT_THAT(out_, HasSubstr("Camera Frame Capture Took 3"));
+}
+
+TEST_F(CaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) {
+  DebugFlags = 16;
+  CameraFile = tmpfile();
+  ASSERT_NE(CameraFile, nullptr);
+  for (int i = 0; i < 3; ++i) camera_->PushFrame(goodFrame_);
+  Start();
+  ASSERT_TRUE(Starved());
+  Finish(true);
+  long perFrame = std::min<long>(long(goodFrame_.size()), kWidth * kHeight * 2);
+  EXPECT_EQ(ftell(CameraFile), 2 * perFrame);
+  fclose(CameraFile);
+  CameraFile = nullptr;
+}
+
+TEST_F(CaptureTest, FailingControlIsReportedAndCaptureGoesOn) {
+  camera_->FailStep(FakeStep::SetCtrl, EINVAL);
+  camera_->PushFrame(goodFrame_);
+  camera_->PushFrame(goodFrame_);
+  Start();
+  ASSERT_TRUE(Starved());
+  EXPECT_EQ(CameraFrameCount.load(), 1u);
+  Finish(true);
+  EXPECT_THAT(err_, HasSubstr(ErrorLine("VIDIOC_S_CTRL", EINVAL)));
+}
+
+struct FailureCase {
+  const char* name;
+  std::function<void(FakeCamera&)> arrange;
+  std::string message;
+  const Lines& path;
+};
+
+std::function<void(FakeCamera&)> Failing(FakeStep step, int error, int skip = 0) {
+  return [=](FakeCamera& camera) { camera.FailStep(step, error, skip); };
+}
+
+// Every step that ends the thread, with its message and the path it takes
+// out; nothing stays open or mapped behind it.
+TEST_F(CaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
+  const FailureCase cases[] = {
+      {"missing device", Failing(FakeStep::Stat, ENOENT), ErrorLine("stat camera device", ENOENT), kNoDevice},
+      {"not a character device", [](FakeCamera& c) { c.SetCharacterDevice(false); },
+       "Camera Error at stat: not a device error", kNoDevice},
+      {"open", Failing(FakeStep::Open, EACCES), ErrorLine("open", EACCES), kNoDevice},
+      {"query capabilities", Failing(FakeStep::QueryCap, EIO), ErrorLine("VIDIOC_QUERYCAP", EIO), kConfigureFails},
+      {"no video capture", [](FakeCamera& c) { c.SetCapabilities(V4L2_CAP_STREAMING); },
+       "Camera Error at VIDIOC_QUERYCAP, not V4L2_CAP_VIDEO_CAPTURE error", kConfigureFails},
+      {"no streaming", [](FakeCamera& c) { c.SetCapabilities(V4L2_CAP_VIDEO_CAPTURE); },
+       "Camera Error at VIDIOC_QUERYCAP, not V4L2_CAP_STREAMING error", kConfigureFails},
+      {"set format", Failing(FakeStep::SetFormat, EINVAL), ErrorLine("VIDIOC_S_FMT", EINVAL), kConfigureFails},
+      {"bytes per line", [](FakeCamera& c) { c.AnswerFormat(10, 0); },
+       "bytesperline 10 < 64Camera Error at VIDIOC_S_FMT, bytesperline wrong error", kConfigureFails},
+      {"image size", [](FakeCamera& c) { c.AnswerFormat(64, 100); },
+       "Camera Error at VIDIOC_S_FMT, sizeimage wrong error", kConfigureFails},
+      {"frame rate", Failing(FakeStep::SetParm, EINVAL), ErrorLine("VIDIOC_S_PARM", EINVAL), kConfigureFails},
+      {"request buffers", Failing(FakeStep::ReqBufs, ENOMEM), ErrorLine("VIDIOC_REQBUFS", ENOMEM), kBuffersFail},
+      {"two buffers granted", [](FakeCamera& c) { c.GrantBuffers(2); },
+       "Camera Error at VIDIOC_REQBUFS, buffer count<2 error", kBuffersFail},
+      {"query buffer", Failing(FakeStep::QueryBuf, EINVAL, 1), ErrorLine("VIDIOC_QUERYBUF", EINVAL), kBuffersFail},
+      {"map buffer", Failing(FakeStep::Mmap, ENOMEM, 2), ErrorLine("mmap", ENOMEM), kBuffersFail},
+      {"queue at start", Failing(FakeStep::QBuf, EIO, 1), ErrorLine("VIDIOC_QBUF", EIO), kCaptureEnds},
+      {"stream on", Failing(FakeStep::StreamOn, EIO), ErrorLine("VIDIOC_STREAMON", EIO), kCaptureEnds},
+      {"select", Failing(FakeStep::Select, EIO, 2), ErrorLine("select", EIO), kCaptureEnds},
+      {"dequeue", Failing(FakeStep::DqBuf, EIO, 2), ErrorLine("VIDIOC_DQBUF", EIO), kCaptureTerminates},
+      {"dequeue again", Failing(FakeStep::DqBuf, EAGAIN, 2), ErrorLine("VIDIOC_DQBUF EAGAIN", EAGAIN),
+       kCaptureTerminates},
+      {"give back previous", Failing(FakeStep::QBuf, EIO, 3), ErrorLine("VIDIOC_QBUF", EIO), kCaptureTerminates},
+  };
+  for (const FailureCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    camera_ = &FakeCamera::Install();
+    StreamFrames();
+    c.arrange(*camera_);
+    Start();
+    Finish();
+    EXPECT_THAT(err_, HasSubstr(c.message));
+    EXPECT_EQ(ProgressLines(out_), c.path);
+    ExpectReleasedEverything();
+  }
+}
+
+// Failures while winding down are reported and the rest still happens.
+TEST_F(CaptureTest, TeardownFailuresAreReportedAndTeardownGoesOn) {
+  const FailureCase cases[] = {
+      {"stream off", Failing(FakeStep::StreamOff, EIO), ErrorLine("VIDIOC_STREAMOFF", EIO), kCaptureTerminates},
+      {"unmap", Failing(FakeStep::Munmap, EINVAL, 1), ErrorLine("munmap", EINVAL), kCaptureTerminates},
+      {"close", Failing(FakeStep::Close, EIO), ErrorLine("close", EIO), kCaptureTerminates},
+  };
+  for (const FailureCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    camera_ = &FakeCamera::Install();
+    StreamFrames();
+    c.arrange(*camera_);
+    Start();
+    ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 2; }));
+    Finish(true);
+    EXPECT_THAT(err_, HasSubstr(c.message));
+    EXPECT_EQ(ProgressLines(out_), c.path);
+    EXPECT_FALSE(camera_->IsOpen());
+    EXPECT_EQ(CameraBuffers, nullptr);
+    EXPECT_EQ(CameraChangeVar, nullptr) << "the analyses are wound down";
+  }
+}
+
+TEST_F(CaptureTest, BufferIndexTheDriverNeverGrantedAborts) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        camera_->ReportBadIndexOnce();
+        StreamFrames();
+        CameraSetup(&counter_.base);
+        WaitFor([] { return !CameraThreadRunning.load(); });
+      },
+      "buffer.index < CameraBufferCount");
+}
+
+TEST_F(CaptureTest, NewSetupEndsTheRunningCaptureFirst) {
+  StreamFrames();
+  Start();
+  ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 2; }));
+  CameraSetup(&counter_.base);
+  uint32_t servedBefore = camera_->FramesServed();  // the first thread has ended
+  ASSERT_TRUE(WaitFor([&] { return camera_->FramesServed() >= servedBefore + 3; }));
+  Finish(true);
+  std::vector<std::string> events = camera_->Events();
+  EXPECT_EQ(std::count(events.begin(), events.end(), "OPEN"), 2);
+  EXPECT_EQ(std::count(events.begin(), events.end(), "CLOSE"), 2);
+  EXPECT_THAT(err_, Not(HasSubstr("ERROR")));
+}
+
+}  // namespace
