@@ -1,0 +1,192 @@
+// FL48 operations against the hardware double operation (and, on 32-bit ARM,
+// the compiler's soft-float routines) in the same run. Every operation is
+// called the way downloaded code calls it: through a function, on records in
+// memory; the hardware reference is the same shape, a non-inlined call that
+// applies the double operation to its first argument.
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "kavri/FL48.h"
+
+namespace {
+
+constexpr int kCount = 1024;
+
+struct Operands {
+  std::vector<FL48> a, b, out;
+  std::vector<double> da, db, dout;
+  std::vector<int32_t> shorts, flags;
+};
+
+double ToDouble(const FL48& x) {
+  double v = std::ldexp(double((uint32_t(x.mant[0]) << 16) | x.mant[1]), int(x.expWord & FL48_EXP_MASK) - 8224);
+  return (x.expWord & FL48_SIGN_BIT) ? -v : v;
+}
+
+FL48 RandomNumber(std::mt19937& random, bool mayBeNegative) {
+  uint16_t head = uint16_t(0x2000 + int(random() % 16) - 8);
+  if (mayBeNegative && (random() & 1)) head |= FL48_SIGN_BIT;
+  uint32_t mant = uint32_t(random()) | 0x80000000u;
+  return FL48{head, {uint16_t(mant >> 16), uint16_t(mant)}};
+}
+
+// a is positive (Sqrt needs it), b has either sign, so that Add mixes real
+// additions and subtractions with alignment shifts.
+Operands MakeOperands() {
+  Operands ops;
+  std::mt19937 random(1234);
+  for (int i = 0; i < kCount; ++i) {
+    ops.a.push_back(RandomNumber(random, false));
+    ops.b.push_back(RandomNumber(random, true));
+    ops.da.push_back(ToDouble(ops.a.back()));
+    ops.db.push_back(ToDouble(ops.b.back()));
+    ops.shorts.push_back(int32_t(int16_t(random())));
+  }
+  ops.out.resize(kCount);
+  ops.dout.resize(kCount);
+  ops.flags.resize(kCount);
+  return ops;
+}
+
+template <class Pass>
+double NsPerOperation(Pass&& pass) {
+  auto start = std::chrono::steady_clock::now();
+  pass();
+  std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+  return elapsed.count() / kCount;
+}
+
+#define KAVRI_NOINLINE __attribute__((noinline))
+KAVRI_NOINLINE void HardAdd(double* a, const double* b) { *a += *b; }
+KAVRI_NOINLINE void HardMul(double* a, const double* b) { *a *= *b; }
+KAVRI_NOINLINE void HardDiv(double* a, const double* b) { *a /= *b; }
+KAVRI_NOINLINE void HardSqrt(double* a) { *a = std::sqrt(*a); }
+KAVRI_NOINLINE void HardFromShort(double* a, int32_t n) { *a = double(int16_t(n)); }
+KAVRI_NOINLINE int32_t HardLess(const double* a, const double* b) { return *a < *b; }
+KAVRI_NOINLINE int32_t HardEqual(const double* a, const double* b) { return *a == *b; }
+
+#if defined(__arm__)
+extern "C" __attribute__((pcs("aapcs"))) double __aeabi_dadd(double, double);
+extern "C" __attribute__((pcs("aapcs"))) double __aeabi_dmul(double, double);
+extern "C" __attribute__((pcs("aapcs"))) double __aeabi_ddiv(double, double);
+#define KAVRI_SOFT_FLOAT 1
+#endif
+
+// One benchmark per operation: each round times the FL48 pass and the
+// reference passes over the same operands; the counters are their means.
+template <class FlPass, class HardPass>
+void Compare(benchmark::State& state, FlPass&& fl, HardPass&& hard, double (*soft)(Operands&) = nullptr) {
+  Operands ops = MakeOperands();
+  double flNs = 0, hardNs = 0, softNs = 0;
+  int rounds = 0;
+  for (auto _ : state) {
+    flNs += NsPerOperation([&] { fl(ops); });
+    hardNs += NsPerOperation([&] { hard(ops); });
+    if (soft) softNs += soft(ops);
+    benchmark::DoNotOptimize(ops.out.data());
+    benchmark::DoNotOptimize(ops.dout.data());
+    benchmark::DoNotOptimize(ops.flags.data());
+    benchmark::ClobberMemory();
+    ++rounds;
+  }
+  state.counters["fl48_ns"] = flNs / rounds;
+  state.counters["double_ns"] = hardNs / rounds;
+  state.counters["x_double"] = flNs / hardNs;
+  if (soft) {
+    state.counters["softfloat_ns"] = softNs / rounds;
+    state.counters["x_softfloat"] = flNs / softNs;
+  }
+}
+
+template <void (*Op)(FL48*, const FL48*)>
+void FlBinary(Operands& ops) {
+  for (int i = 0; i < kCount; ++i) {
+    FL48 x = ops.a[i];
+    Op(&x, &ops.b[i]);
+    ops.out[i] = x;
+  }
+}
+template <void (*Op)(double*, const double*)>
+void HardBinary(Operands& ops) {
+  for (int i = 0; i < kCount; ++i) {
+    double x = ops.da[i];
+    Op(&x, &ops.db[i]);
+    ops.dout[i] = x;
+  }
+}
+template <int32_t (*Op)(const FL48*, const FL48*)>
+void FlPredicate(Operands& ops) {
+  for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.a[i], &ops.b[i]);
+}
+template <int32_t (*Op)(const double*, const double*)>
+void HardPredicate(Operands& ops) {
+  for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.da[i], &ops.db[i]);
+}
+
+#ifdef KAVRI_SOFT_FLOAT
+template <double (*Op)(double, double)>
+double SoftBinary(Operands& ops) {
+  return NsPerOperation([&] {
+    for (int i = 0; i < kCount; ++i) ops.dout[i] = Op(ops.da[i], ops.db[i]);
+  });
+}
+#define KAVRI_SOFT(op) SoftBinary<op>
+#else
+#define KAVRI_SOFT(op) nullptr
+#endif
+
+void BM_Add(benchmark::State& state) {
+  Compare(state, FlBinary<FL48_Add>, HardBinary<HardAdd>, KAVRI_SOFT(__aeabi_dadd));
+}
+void BM_Mul(benchmark::State& state) {
+  Compare(state, FlBinary<FL48_Mul>, HardBinary<HardMul>, KAVRI_SOFT(__aeabi_dmul));
+}
+void BM_Div(benchmark::State& state) {
+  Compare(state, FlBinary<FL48_Div>, HardBinary<HardDiv>, KAVRI_SOFT(__aeabi_ddiv));
+}
+void BM_Sqrt(benchmark::State& state) {
+  Compare(
+      state,
+      [](Operands& ops) {
+        for (int i = 0; i < kCount; ++i) {
+          FL48 x = ops.a[i];
+          FL48_Sqrt(&x);
+          ops.out[i] = x;
+        }
+      },
+      [](Operands& ops) {
+        for (int i = 0; i < kCount; ++i) {
+          double x = ops.da[i];
+          HardSqrt(&x);
+          ops.dout[i] = x;
+        }
+      });
+}
+void BM_ConvFromShort(benchmark::State& state) {
+  Compare(
+      state,
+      [](Operands& ops) {
+        for (int i = 0; i < kCount; ++i) FL48_ConvFromShort(&ops.out[i], ops.shorts[i]);
+      },
+      [](Operands& ops) {
+        for (int i = 0; i < kCount; ++i) HardFromShort(&ops.dout[i], ops.shorts[i]);
+      });
+}
+void BM_IsLess(benchmark::State& state) { Compare(state, FlPredicate<FL48_IsLess>, HardPredicate<HardLess>); }
+void BM_IsEqual(benchmark::State& state) { Compare(state, FlPredicate<FL48_IsEqual>, HardPredicate<HardEqual>); }
+
+BENCHMARK(BM_Add);
+BENCHMARK(BM_Mul);
+BENCHMARK(BM_Div);
+BENCHMARK(BM_Sqrt);
+BENCHMARK(BM_ConvFromShort);
+BENCHMARK(BM_IsLess);
+BENCHMARK(BM_IsEqual);
+
+}  // namespace
+
+BENCHMARK_MAIN();
