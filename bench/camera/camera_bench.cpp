@@ -1,0 +1,148 @@
+// Frame decoding against a plain libjpeg raw decode of the same frame (no
+// interleave), and the whole capture path per frame against decoding alone.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+#include <jpeglib.h>  // after <cstdio>, which it needs
+
+#include "camera_devices/FakeCamera.h"
+#include "camera_devices/SimCamera.h"
+#include "kavri/Camera.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using camera_devices::Bytes;
+
+// The reference: the same libjpeg settings and bands, planes left as they are.
+void PlainRawDecode(Bytes& jpeg) {
+  jpeg_decompress_struct info;
+  jpeg_error_mgr errors;
+  info.err = jpeg_std_error(&errors);
+  jpeg_create_decompress(&info);
+  jpeg_mem_src(&info, jpeg.data(), jpeg.size());
+  jpeg_read_header(&info, TRUE);
+  info.raw_data_out = TRUE;
+  info.dct_method = JDCT_IFAST;
+  info.do_fancy_upsampling = FALSE;
+  info.do_block_smoothing = FALSE;
+  info.out_color_space = JCS_YCbCr;
+  jpeg_start_decompress(&info);
+  JSAMPARRAY planes[3];
+  for (int c = 0; c < 3; ++c)
+    planes[c] = (*info.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&info), JPOOL_IMAGE,
+                                          info.comp_info[c].width_in_blocks * DCTSIZE, DCTSIZE);
+  for (JDIMENSION row = 0; row < info.image_height; row += DCTSIZE) jpeg_read_raw_data(&info, planes, DCTSIZE);
+  benchmark::DoNotOptimize(planes[0][0][0]);
+  jpeg_destroy_decompress(&info);
+}
+
+double Seconds(Clock::duration elapsed) { return std::chrono::duration<double>(elapsed).count(); }
+
+void BM_DecodeAgainstPlainRawDecode(benchmark::State& state) {
+  int width = int(state.range(0)), height = int(state.range(1));
+  Bytes jpeg = camera_devices::SimCameraFrame(7, width, height);
+  std::vector<unsigned char> image(CameraDecodedAllocation(width, height));
+  Clock::duration decoding{}, reference{};
+  for (auto _ : state) {
+    auto start = Clock::now();
+    int decoded = xoProJpegDec(jpeg.data(), int(jpeg.size()), image.data(), int(image.size()));
+    auto middle = Clock::now();
+    PlainRawDecode(jpeg);
+    reference += Clock::now() - middle;
+    decoding += middle - start;
+    benchmark::DoNotOptimize(decoded);
+  }
+  double frames = double(state.iterations());
+  state.counters["fps"] = frames / Seconds(decoding);
+  state.counters["reference_fps"] = frames / Seconds(reference);
+  state.counters["ratio"] = Seconds(decoding) / Seconds(reference);
+}
+BENCHMARK(BM_DecodeAgainstPlainRawDecode)->Args({320, 240})->Args({640, 480})->Unit(benchmark::kMicrosecond);
+
+// The capture thread's own lines would mix with the report.
+class QuietOutput {
+ public:
+  QuietOutput() {
+    fflush(stdout);
+    int null = open("/dev/null", O_WRONLY);
+    for (int fd : {1, 2}) {
+      saved_[fd - 1] = dup(fd);
+      dup2(null, fd);
+    }
+    close(null);
+  }
+  ~QuietOutput() {
+    fflush(stdout);
+    for (int fd : {1, 2}) {
+      dup2(saved_[fd - 1], fd);
+      close(saved_[fd - 1]);
+    }
+  }
+
+ private:
+  int saved_[2];
+};
+
+void StartCapture(CameraAnalysisCounter& counter) {
+  QuietOutput quiet;
+  CameraFrameCount.store(0);  // the thread resets it too, but only once it has a device
+  CameraSetup(&counter.base);
+  while (CameraFrameCount.load() < 2) std::this_thread::yield();
+}
+
+void StopCapture() {
+  QuietOutput quiet;
+  CameraThreadTerminate.store(true);
+  while (CameraThreadRunning.load()) std::this_thread::yield();
+}
+
+// The capture thread runs flat out on the fake device (wait, dequeue, decode,
+// analyse, give back); an iteration is a batch of its analysed frames.
+void BM_CapturePathPerFrame(benchmark::State& state) {
+  int width = int(state.range(0)), height = int(state.range(1));
+  Bytes jpeg = camera_devices::SimCameraFrame(7, width, height);
+  std::vector<unsigned char> image(CameraDecodedAllocation(width, height));
+  constexpr int kReferenceFrames = 200;
+  constexpr uint32_t kFramesPerIteration = 50;
+  auto start = Clock::now();
+  for (int i = 0; i < kReferenceFrames; ++i) xoProJpegDec(jpeg.data(), int(jpeg.size()), image.data(), int(image.size()));
+  double decodeSeconds = Seconds(Clock::now() - start) / kReferenceFrames;
+
+  camera_devices::FakeCamera& camera = camera_devices::FakeCamera::Install();
+  camera.SetFrameSource([&jpeg](uint32_t, int, int) { return jpeg; });
+  int16_t frameCounter = 0;
+  uint8_t change = 0;
+  CameraAnalysisCounter counter{};
+  counter.base = {CameraAnalysisTypeCounter, nullptr, width, height};
+  counter.frameRate = 30;
+  counter.powerlineFreq = 50;
+  counter.frameCounterVar = &frameCounter;
+  counter.changeVar = &change;
+  StartCapture(counter);
+  auto captureStart = Clock::now();
+  uint32_t firstFrame = CameraFrameCount.load();
+  for (auto _ : state) {
+    uint32_t target = CameraFrameCount.load() + kFramesPerIteration;
+    while (CameraFrameCount.load() < target) std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+  double frames = double(CameraFrameCount.load() - firstFrame);
+  double frameSeconds = Seconds(Clock::now() - captureStart) / frames;
+  StopCapture();
+  camera_devices::FakeCamera::Uninstall();
+  state.SetItemsProcessed(int64_t(frames));
+  state.counters["fps"] = 1 / frameSeconds;
+  state.counters["decode_only_fps"] = 1 / decodeSeconds;
+  state.counters["ratio"] = frameSeconds / decodeSeconds;
+}
+BENCHMARK(BM_CapturePathPerFrame)->Args({320, 240})->Args({640, 480})->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
