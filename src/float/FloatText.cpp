@@ -223,6 +223,7 @@ class DigitSource {
   // The first n digits rounded half away from zero; n may be 0 or negative.
   Decimal Rounded(int32_t n) const {
     if (n < 0) return ZeroDecimal();
+    n = std::min(n, kFullBudget);  // no budget exceeds ten digits
     Decimal d;
     d.exponent = exponent_;
     FL64 v = scaled_;

@@ -1,0 +1,352 @@
+// Elementary functions: special values, identities, the limits of the
+// reductions, and dense sweeps against the C library's long double functions
+// within the accuracy that each reduction and approximation supports.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "FL48TestSupport.h"
+#include "kavri/FL48.h"
+
+namespace {
+
+using fl48test::Describe;
+using fl48test::Make;
+using fl48test::Mant;
+using Function = void (*)(FL48*);
+using Reference = long double (*)(long double);
+
+FL48 Nearest(long double v) {
+  int e = 0;
+  const long double m = std::frexp(std::fabs(v), &e);
+  uint64_t mant = uint64_t(std::llround(std::ldexp(m, 32)));
+  if (mant >> 32) {
+    mant >>= 1;
+    ++e;
+  }
+  return Make(uint16_t((e + FL48_EXP_BIAS) | (v < 0 ? FL48_SIGN_BIT : 0)), uint32_t(mant));
+}
+
+long double Value(const FL48& x) {
+  const long double v = std::ldexp((long double)Mant(x), int(fl48test::Field(x)) - FL48_EXP_BIAS - 32);
+  return fl48test::Negative(x) ? -v : v;
+}
+
+bool IsNumber(const FL48& x) { return fl48test::Field(x) >= FL48_EXP_MIN; }
+
+FL48 Apply(Function f, FL48 x) {
+  f(&x);
+  return x;
+}
+
+FL48 Code(int code) { return Make(uint16_t(code), 0); }
+
+const FL48 kExactOne = Make(FL48_EXACT_BIT | 0x2001, 0x80000000);
+
+// ---- Polynomials ----
+
+TEST(FL48Polynom, HornerOverAllCoefficients) {
+  const FL48 c[] = {fl48test::FromShort(2), fl48test::FromShort(-3), fl48test::FromShort(5)};
+  FL48 x = fl48test::FromShort(3);
+  FL48 p;
+  FL48_PolynomEval(&p, &x, c, 2);  // 2*9 - 3*3 + 5
+  EXPECT_EQ(fl48test::ToDouble(p), 14.0);
+  FL48_PolynomEval(&x, &x, c, 2);  // the destination may be the argument
+  EXPECT_EQ(fl48test::ToDouble(x), 14.0);
+}
+
+TEST(FL48Polynom, MonicStartsWithTheArgument) {
+  const FL48 c[] = {fl48test::FromShort(1), fl48test::FromShort(-2), fl48test::FromShort(4)};
+  FL48 x = fl48test::FromShort(3);
+  FL48 q;
+  FL48_PolynomEval1(&q, &x, c, 3);  // 27 + 9 - 6 + 4
+  EXPECT_EQ(fl48test::ToDouble(q), 34.0);
+  FL48_PolynomEval1(&q, &x, c, 1);  // x + 1
+  EXPECT_EQ(fl48test::ToDouble(q), 4.0);
+  FL48_PolynomEval1(&x, &x, c, 2);  // 9 + 3 - 2
+  EXPECT_EQ(fl48test::ToDouble(x), 10.0);
+}
+
+// ---- Coefficient tables ----
+
+struct Table {
+  const char* name;
+  const FL48* entries;
+  std::vector<const char*> decimals;
+};
+
+TEST(FL48Coefficients, EachEntryIsTheNearestFL48OfItsDecimal) {
+  const Table tables[] = {
+      {"Log N", FL48_LogCofN, {"0.000101875664", "0.497494995", "4.7057912", "14.4989225", "17.9368678", "7.70838734"}},
+      {"Log D", FL48_LogCofD, {"11.2873587", "45.2279146", "82.9875267", "71.1544751", "23.125162"}},
+      {"Exp N", FL48_ExpCofN, {"0.000126177193", "0.0302994408", "1"}},
+      {"Exp D", FL48_ExpCofD, {"3.00198505e-06", "0.0025244834", "0.227265548", "2"}},
+      {"Sin", FL48_SinCof,
+       {"1.58962302e-10", "-2.50507478e-08", "2.75573136e-06", "-0.000198412698", "0.00833333334", "-0.166666667"}},
+      {"Cos", FL48_CosCof,
+       {"-1.13585365e-11", "2.08757008e-09", "-2.75573142e-07", "2.48015873e-05", "-0.00138888889", "0.0416666667",
+        "-0.5"}},
+      {"Tan N", FL48_TanCofN, {"-13093.6939", "1153516.65", "-17956525.2"}},
+      {"Tan D", FL48_TanCofD, {"13681.2963", "-1320892.34", "25008380.2", "-53869575.6"}},
+      {"Asin1 N", FL48_AsinCof1N,
+       {"0.00425301137", "-0.601959801", "5.44462239", "-16.2624797", "19.5626198", "-8.1980898"}},
+      {"Asin1 D", FL48_AsinCof1D, {"-14.7409137", "70.4961028", "-147.179129", "139.510561", "-49.1885388"}},
+      {"Asin2 N", FL48_AsinCof2N, {"0.00296772196", "-0.563424278", "6.96871082", "-25.5690105", "28.5366555"}},
+      {"Asin2 D", FL48_AsinCof2D, {"-21.9477953", "147.065635", "-383.877096", "342.439866"}},
+      {"Atan N", FL48_AtanCofN, {"-0.87506086", "-16.1575372", "-75.0085579", "-122.886668", "-64.850219"}},
+      {"Atan D", FL48_AtanCofD, {"24.8584649", "165.02701", "432.88106", "485.3904", "194.550657"}},
+  };
+  for (const Table& t : tables) {
+    for (size_t i = 0; i < t.decimals.size(); ++i) {
+      const FL48& e = t.entries[i];
+      const long double exact = std::strtold(t.decimals[i], nullptr);
+      const long double halfUlp = std::ldexp(1.0L, int(fl48test::Field(e)) - FL48_EXP_BIAS - 33);
+      SCOPED_TRACE(std::string(t.name) + " entry " + std::to_string(i) + " " + Describe(e));
+      EXPECT_EQ(e.expWord & FL48_EXACT_BIT, 0);
+      EXPECT_NE(Mant(e) & 0x80000000u, 0u);
+      EXPECT_LE(std::fabs(Value(e) - exact), halfUlp);
+    }
+  }
+}
+
+// ---- Special values and limits ----
+
+struct SpecialCase {
+  const char* name;
+  Function f;
+  FL48 x;
+  FL48 expected;
+};
+
+TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
+  const FL48 zero = Code(FL48_CODE_UNDERFLOW);
+  const FL48 overflow = Code(FL48_CODE_OVERFLOW);
+  const FL48 nan = Code(FL48_CODE_NAN);
+  const FL48 lost = Code(FL48_CODE_LOST);
+  const FL48 twoTo29 = Make(0x201E, 0x80000000);
+  const SpecialCase cases[] = {
+      {"ln 0", FL48_Ln, zero, overflow},
+      {"ln -1", FL48_Ln, fl48test::FromShort(-1), nan},
+      {"ln overflow", FL48_Ln, overflow, lost},
+      {"log10 0", FL48_Log10, zero, overflow},
+      {"exp 0", FL48_Exp, zero, kExactOne},
+      {"exp10 0", FL48_Exp10, zero, kExactOne},
+      {"exp -5000", FL48_Exp, fl48test::FromShort(-5000), zero},
+      {"exp 5000", FL48_Exp, fl48test::FromShort(5000), overflow},
+      {"exp -4096", FL48_Exp, fl48test::FromShort(-4096), zero},
+      {"exp 4096", FL48_Exp, fl48test::FromShort(4096), overflow},
+      {"exp overflow", FL48_Exp, overflow, overflow},
+      {"exp nan", FL48_Exp, nan, nan},
+      {"sin 0", FL48_Sin, zero, zero},
+      {"cos 0", FL48_Cos, zero, kExactOne},
+      {"sin 2^29", FL48_Sin, twoTo29, lost},
+      {"sin 2^30", FL48_Sin, Make(0x201F, 0x80000000), lost},
+      {"cos -2^29", FL48_Cos, Make(0xA01E, 0x80000000), lost},
+      {"tan 2^29", FL48_Tan, twoTo29, lost},
+      {"sin360 2^29 degrees", FL48_Sin360, Make(0x2024, 0x80000000), lost},
+      {"sin nan", FL48_Sin, nan, nan},
+      {"asin 1.5", FL48_Asin, Nearest(1.5L), nan},
+      {"asin -1.5", FL48_Asin, Nearest(-1.5L), nan},
+      {"asin overflow", FL48_Asin, overflow, nan},
+      {"acos 0", FL48_Acos, zero, FL48_PiH},
+      {"acos 1", FL48_Acos, fl48test::FromShort(1), zero},
+      {"acos nan", FL48_Acos, nan, nan},
+      {"atan 0", FL48_Atan, zero, zero},
+      {"atan overflow", FL48_Atan, overflow, lost},
+      {"atan corrupted", FL48_Atan, Code(77), Code(FL48_CODE_UNDEFINED)},
+  };
+  for (const SpecialCase& c : cases) {
+    const FL48 result = Apply(c.f, c.x);
+    // A special's mantissa words carry nothing, so only word 0 counts then.
+    const bool same = IsNumber(c.expected) ? fl48test::SameWords(result, c.expected) : result.expWord == c.expected.expWord;
+    EXPECT_TRUE(same) << c.name << ": " << Describe(result) << ", expected " << Describe(c.expected);
+  }
+}
+
+TEST(FL48Functions, TrigonometryWorksUpTo2To29) {
+  const FL48 below = Make(0x201D, 0xFFFFFFFF);  // the largest number below 2^29
+  for (Function f : {FL48_Sin, FL48_Cos, FL48_Tan}) {
+    const FL48 r = Apply(f, below);
+    EXPECT_TRUE(IsNumber(r)) << Describe(r);
+  }
+  EXPECT_LE(std::fabs(Value(Apply(FL48_Sin, below))), 1.0L);
+}
+
+// exp saturates only from 4096 on; just below, the result is e^x in range.
+TEST(FL48Functions, ExpJustBelowSaturationIsInRange) {
+  for (long double x : {4095.99L, -4095.99L}) {
+    const FL48 r = Apply(FL48_Exp, Nearest(x));
+    ASSERT_TRUE(IsNumber(r)) << Describe(r);
+    const double log2Result = double(int(fl48test::Field(r)) - FL48_EXP_BIAS - 32) + std::log2(double(Mant(r)));
+    EXPECT_NEAR(log2Result, double(Value(Nearest(x))) / std::log(2.0), 1e-4) << double(x);
+  }
+}
+
+// ---- Identities ----
+
+TEST(FL48Functions, SymmetriesHoldBitForBit) {
+  fl48test::RandomNumbers random(31);
+  for (int i = 0; i < 5000; ++i) {
+    FL48 x = random.Normal(FL48_EXP_BIAS - 20, FL48_EXP_BIAS + 8);
+    x.expWord &= uint16_t(~FL48_SIGN_BIT);
+    FL48 minusX = x;
+    minusX.expWord |= FL48_SIGN_BIT;
+    SCOPED_TRACE(Describe(x));
+    EXPECT_TRUE(fl48test::SameWords(Apply(FL48_Cos, x), Apply(FL48_Cos, minusX)));
+    for (Function odd : {FL48_Sin, FL48_Tan, FL48_Atan, FL48_Asin}) {
+      FL48 negated = Apply(odd, x);
+      if (IsNumber(negated)) negated.expWord ^= FL48_SIGN_BIT;
+      EXPECT_TRUE(fl48test::SameWords(Apply(odd, minusX), negated));
+    }
+  }
+}
+
+struct KnownValue {
+  const char* name;
+  Function f;
+  long double x;
+  long double expected;
+  double bits;  // required correct bits
+};
+
+TEST(FL48Functions, KnownValues) {
+  const KnownValue cases[] = {
+      {"sin360 90", FL48_Sin360, 90, 1, 28},
+      {"sin360 30", FL48_Sin360, 30, 0.5L, 28},
+      {"cos360 60", FL48_Cos360, 60, 0.5L, 27},
+      {"tan360 45", FL48_Tan360, 45, 1, 28},
+      {"asin360 0.5", FL48_Asin360, 0.5L, 30, 28},
+      {"acos360 0.5", FL48_Acos360, 0.5L, 60, 28},
+      {"atan360 1", FL48_Atan360, 1, 45, 28},
+      {"ln 2", FL48_Ln, 2, 0.693147180559945309417L, 29},
+      {"log10 1000", FL48_Log10, 1000, 3, 29},
+      {"exp 1", FL48_Exp, 1, 2.71828182845904523536L, 29},
+      {"exp10 3", FL48_Exp10, 3, 1000, 26},
+      {"atan 1", FL48_Atan, 1, 0.785398163397448309616L, 29},
+      {"asin 1", FL48_Asin, 1, 1.57079632679489661923L, 29},
+  };
+  for (const KnownValue& c : cases) {
+    const FL48 r = Apply(c.f, Nearest(c.x));
+    EXPECT_LE(std::fabs(Value(r) - c.expected), std::fabs(c.expected) * std::ldexp(1.0L, -int(c.bits)))
+        << c.name << ": " << double(Value(r));
+  }
+}
+
+// Past pi/2 the tangent comes from the reciprocal branch and changes sign.
+// Near the pole the reduction's absolute error of about 2^-30 in the reduced
+// argument grows into a relative error of 2^-30 / |cos x|.
+TEST(FL48Functions, TangentAcrossPiHalf) {
+  for (long double x : {1.5707L, 1.5709L, -1.5707L, -1.5709L, 4.7123L}) {
+    const FL48 arg = Nearest(x);
+    const long double expected = std::tan(Value(arg));
+    const FL48 r = Apply(FL48_Tan, arg);
+    EXPECT_EQ(fl48test::Negative(r), expected < 0) << double(x);
+    const long double bound = std::ldexp(1.0L, -29) / std::fabs(std::cos(Value(arg)));
+    EXPECT_LE(std::fabs(Value(r) - expected), std::fabs(expected) * bound) << double(x);
+  }
+}
+
+// ---- Sweeps against the C library ----
+
+long double Ln(long double x) { return std::log(x); }
+long double Log10(long double x) { return std::log10(x); }
+long double Exp(long double x) { return std::exp(x); }
+long double Exp10(long double x) { return std::pow(10.0L, x); }
+long double Sin(long double x) { return std::sin(x); }
+long double Cos(long double x) { return std::cos(x); }
+long double Tan(long double x) { return std::tan(x); }
+long double Asin(long double x) { return std::asin(x); }
+long double Acos(long double x) { return std::acos(x); }
+long double Atan(long double x) { return std::atan(x); }
+constexpr long double kDegree = 3.14159265358979323846264338327950288L / 180;
+long double SinDeg(long double x) { return std::sin(x * kDegree); }
+long double CosDeg(long double x) { return std::cos(x * kDegree); }
+long double TanDeg(long double x) { return std::tan(x * kDegree); }
+long double AsinDeg(long double x) { return std::asin(x) / kDegree; }
+long double AcosDeg(long double x) { return std::acos(x) / kDegree; }
+long double AtanDeg(long double x) { return std::atan(x) / kDegree; }
+
+struct Sweep {
+  const char* name;
+  Function f;
+  Reference reference;
+  long double lo, hi;
+  double bits;        // required correct bits
+  bool nearZeroScale; // error measured against max(1, |result|)
+  bool logarithmic;
+};
+
+// The bounds follow the methods: full precision in the core ranges; fewer
+// bits where the reduction itself leaves fewer (large |x| for exp and the
+// trigonometric functions, ln near 1, asin and acos near 1).
+const Sweep kSweeps[] = {
+    {"ln", FL48_Ln, Ln, 2, 1e30L, 28.5, false, true},
+    {"ln", FL48_Ln, Ln, 1e-30L, 0.5L, 28.5, false, true},
+    {"ln", FL48_Ln, Ln, 1.1L, 2, 26.5, false, false},
+    {"ln near 1", FL48_Ln, Ln, 0.5L, 1.1L, 29, true, false},
+    {"log10", FL48_Log10, Log10, 1.1L, 1e30L, 27, false, true},
+    {"log10", FL48_Log10, Log10, 1e-30L, 0.5L, 28.5, false, true},
+    {"log10 near 1", FL48_Log10, Log10, 0.5L, 1.1L, 29, true, false},
+    {"exp", FL48_Exp, Exp, -1, 1, 28.5, false, false},
+    {"exp", FL48_Exp, Exp, -100, 100, 22, false, false},
+    {"exp", FL48_Exp, Exp, -700, 700, 18, false, false},
+    {"exp10", FL48_Exp10, Exp10, -1, 1, 27, false, false},
+    {"exp10", FL48_Exp10, Exp10, -30, 30, 22, false, false},
+    {"sin", FL48_Sin, Sin, -1.5707L, 1.5707L, 28.5, false, false},
+    {"sin small", FL48_Sin, Sin, 1e-9L, 1, 29, false, true},
+    {"sin", FL48_Sin, Sin, -100, 100, 22, true, false},
+    {"cos", FL48_Cos, Cos, -1, 1, 27.5, false, false},
+    {"cos", FL48_Cos, Cos, -100, 100, 22, true, false},
+    {"tan", FL48_Tan, Tan, -1, 1, 27.5, false, false},
+    {"tan", FL48_Tan, Tan, -1.5L, 1.5L, 25.5, false, false},
+    {"sin360", FL48_Sin360, SinDeg, -90, 90, 28.5, false, false},
+    {"sin360", FL48_Sin360, SinDeg, -720, 720, 25, true, false},
+    {"cos360", FL48_Cos360, CosDeg, -60, 60, 27, false, false},
+    {"tan360", FL48_Tan360, TanDeg, -60, 60, 27, false, false},
+    {"asin", FL48_Asin, Asin, -0.625L, 0.625L, 29, false, false},
+    {"asin small", FL48_Asin, Asin, 1e-9L, 0.625L, 29, false, true},
+    {"asin", FL48_Asin, Asin, 0.625L, 0.99L, 26, false, false},
+    {"asin near 1", FL48_Asin, Asin, 0.99L, 1, 19, false, false},
+    {"acos", FL48_Acos, Acos, -0.625L, 0.5L, 29, false, false},
+    {"acos", FL48_Acos, Acos, -1, -0.625L, 22.5, false, false},
+    {"acos", FL48_Acos, Acos, 0.5L, 0.99L, 23, false, false},
+    {"atan", FL48_Atan, Atan, -1e6L, 1e6L, 30, false, false},
+    {"atan", FL48_Atan, Atan, 1e-9L, 1e9L, 29, false, true},
+    {"asin360", FL48_Asin360, AsinDeg, -0.625L, 0.625L, 28.5, false, false},
+    {"acos360", FL48_Acos360, AcosDeg, -0.625L, 0.5L, 28.5, false, false},
+    {"atan360", FL48_Atan360, AtanDeg, -1e6L, 1e6L, 29.5, false, false},
+};
+
+TEST(FL48Functions, SweepsAgreeWithTheCLibrary) {
+  constexpr int kPoints = 20001;
+  for (const Sweep& s : kSweeps) {
+    double fewest = 64;
+    long double worst = 0;
+    for (int i = 0; i < kPoints; ++i) {
+      const long double t = (long double)i / (kPoints - 1);
+      const long double v = s.logarithmic ? std::exp(std::log(s.lo) + t * (std::log(s.hi) - std::log(s.lo)))
+                                          : s.lo + t * (s.hi - s.lo);
+      if (v == 0) continue;
+      const FL48 arg = Nearest(v);
+      const long double expected = s.reference(Value(arg));
+      const FL48 r = Apply(s.f, arg);
+      ASSERT_TRUE(IsNumber(r)) << s.name << " at " << double(v) << ": " << Describe(r);
+      const long double scale = s.nearZeroScale ? std::max(1.0L, std::fabs(expected)) : std::fabs(expected);
+      const long double error = std::fabs(Value(r) - expected);
+      if (error == 0) continue;
+      const double bits = -std::log2(double(error / scale));
+      if (bits < fewest) {
+        fewest = bits;
+        worst = Value(arg);
+      }
+    }
+    EXPECT_GE(fewest, s.bits) << s.name << " over " << double(s.lo) << " .. " << double(s.hi) << ", worst at "
+                              << double(worst);
+  }
+}
+
+}  // namespace
