@@ -22,6 +22,10 @@ const char kUsage[] =
     "  --debug-file PATH   where debug output goes (default standard output)\n"
     "  --camera-file PATH  camera recording file (with debug bit 16)\n"
     "  --sysversion PATH   system version file (default /etc/sysversion)\n"
+    "  --camera sim|PATH   the simulated scene camera (default) or a real\n"
+    "                      Video4Linux2 device such as /dev/video0\n"
+    "  --display-image PATH  write the 128x64 display to PATH (.png, else PBM)\n"
+    "                      each time a program updates it\n"
     "  --help              this text\n";
 
 bool ParseInt(const char* text, long low, long high, int& value) {
@@ -46,6 +50,8 @@ std::optional<HostOptions> ParseHostOptions(int argc, char** argv, int& exitCode
       {"--debug-file", [&](const char* v) { return (options.debugFile = v), true; }},
       {"--camera-file", [&](const char* v) { return (options.cameraFile = v), true; }},
       {"--sysversion", [&](const char* v) { return (options.sysVersionFile = v), true; }},
+      {"--camera", [&](const char* v) { return (options.camera = v), !options.camera.empty(); }},
+      {"--display-image", [&](const char* v) { return (options.displayImage = v), !options.displayImage.empty(); }},
   };
   for (int i = 1; i < argc; ++i) {
     std::string name = argv[i];

@@ -13,6 +13,8 @@ struct HostOptions {
   std::string debugFile;      // empty: standard output
   std::string cameraFile;     // empty: no recording
   std::string sysVersionFile; // empty: the library's default
+  std::string camera = "sim";  // "sim" or a Video4Linux2 device node
+  std::string displayImage;    // empty: no display snapshots
 };
 
 // Parses argv; on --help prints the usage and returns nullopt with `exitCode`

@@ -8,7 +8,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "DisplayWatcher.h"
 #include "HostOptions.h"
+#include "camera_devices/SimCamera.h"
+#include "kavri/CameraDevice.h"
 #include "kavri/KavriLib.h"
 
 extern "C" {
@@ -54,6 +57,10 @@ bool ConfigureLibrary(const HostOptions& options) {
   if (!MakeProgramDirectory(options.programs)) return false;
   KavriServerPort = options.port;
   CameraServerPort = options.cameraPort;
+  if (options.camera == "sim")
+    SimCamera_Install();
+  else
+    CameraUseDevice(options.camera.c_str());
   KavriLib_SetProgramLibraryPath(options.programs.c_str());
   KavriLib_SetProgramInfoCallback(PrintProgramInfo);
   return true;
@@ -76,9 +83,10 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   if (!ConfigureLibrary(*options)) return 1;
+  if (!options->displayImage.empty()) StartDisplayWatcher(options->displayImage);
   if (!KavriLib_Init()) return 1;
-  printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s\n", options->port,
-         options->cameraPort, options->programs.c_str());
+  printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s, camera %s\n", options->port,
+         options->cameraPort, options->programs.c_str(), options->camera.c_str());
 
   int received = 0;
   sigwait(&stopSignals, &received);
