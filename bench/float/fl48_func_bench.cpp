@@ -4,15 +4,17 @@
 // bits (largest relative error) over a dense sweep against the C library's
 // long double function. Each timing runs the FL48 function over a batch of
 // arguments and then, in the same run, the C library's double function over
-// the same arguments; the counters give both in ns per call and their ratio.
+// the same arguments; the counters give both in ns per call (thread CPU time)
+// and their ratio. This file holds the program's main for the text
+// conversion benchmarks as well.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <vector>
 
+#include "fl48_func_timing.h"
 #include "kavri/FL48.h"
 
 namespace {
@@ -182,15 +184,6 @@ std::vector<FL48> Arguments(long double lo, long double hi) {
   return args;
 }
 
-template <typename Body>
-double NsPerCall(Body body) {
-  constexpr int kRounds = 400;
-  const auto start = std::chrono::steady_clock::now();
-  for (int r = 0; r < kRounds; ++r) body();
-  const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
-  return elapsed.count() / (kRounds * kBatch);
-}
-
 void BM_Function(benchmark::State& state, Fl48Function fl48, DoubleFunction reference, double lo, double hi) {
   const std::vector<FL48> args = Arguments(lo, hi);
   std::vector<double> doubles;
@@ -206,8 +199,8 @@ void BM_Function(benchmark::State& state, Fl48Function fl48, DoubleFunction refe
   };
   for (auto _ : state) runFl48();
   state.SetItemsProcessed(state.iterations() * kBatch);
-  const double fl48Ns = NsPerCall(runFl48);
-  const double referenceNs = NsPerCall(runReference);
+  const double fl48Ns = fl48bench::NsPerCall(runFl48, kBatch);
+  const double referenceNs = fl48bench::NsPerCall(runReference, kBatch);
   state.counters["fl48_ns"] = fl48Ns;
   state.counters["libm_double_ns"] = referenceNs;
   state.counters["ratio"] = fl48Ns / referenceNs;
