@@ -176,12 +176,6 @@ TEST_F(TextOutput, ByteFontSelectionSetsHeightsAndResetsTheCursor) {
   EXPECT_EQ(TextGrph.CharHeight, 8);
 }
 
-TEST_F(TextOutput, GlyphOffsetShiftsEveryGlyph) {
-  TextGrph.GlyphOffset = 8;
-  TextGrph_PutChar(0, 0, 'A');
-  EXPECT_TRUE(GlyphAt(0, 0, 'B'));
-}
-
 TEST_F(TextGraphics, CursorMovesStayWithinTheirBounds) {
   struct Case {
     const char* what;
