@@ -122,12 +122,18 @@ int32_t BinaryMagnitude(const FL64& v) {
   return ExponentField(v.expWord) - FL48_EXP_BIAS - FL64_INT_MantissaCountZeroMsb(&v);
 }
 
+// floor(2^k * log2(10)): below 2^this a number is surely below 10^(2^k), by
+// a margin (at least 10 %) far beyond the scaling's rounding.
+constexpr int32_t kBitsOfPow10[FL_POW2_TABLE_SIZE] = {3, 6, 13, 26, 53, 106, 212, 425, 850, 1700, 3401, 6803};
+
 // Scales v (positive, normal) into [1, 10) and returns its decimal exponent.
-// Each power 10^(2^k) is taken while the product stays on the same side of 1.
+// Each power 10^(2^k) is taken while the product stays on the same side of 1;
+// powers that surely overshoot are not even tried.
 int32_t ScaleToLeadingDigit(FL64& v) {
   int32_t decimalExponent = 0;
   if (BinaryMagnitude(v) >= 1) {
     for (int32_t k = FL_POW2_TABLE_SIZE - 1; k >= 0; --k) {
+      if (BinaryMagnitude(v) <= kBitsOfPow10[k]) continue;
       FL64 t = v;
       FL64_Mul(&t, &FL64_Pow01[k]);
       if (BinaryMagnitude(t) < 1) continue;
@@ -137,6 +143,7 @@ int32_t ScaleToLeadingDigit(FL64& v) {
     return decimalExponent;
   }
   for (int32_t k = FL_POW2_TABLE_SIZE - 1; k >= 1; --k) {
+    if (1 - BinaryMagnitude(v) <= kBitsOfPow10[k]) continue;
     FL64 t = v;
     FL64_Mul(&t, &FL64_Pow10[k]);
     if (BinaryMagnitude(t) >= 1) continue;
