@@ -122,6 +122,18 @@ int32_t BinaryMagnitude(const FL64& v) {
   return ExponentField(v.expWord) - FL48_EXP_BIAS - FL64_INT_MantissaCountZeroMsb(&v);
 }
 
+// Products keep a leading zero when FL_OptionExactRoundUp is 0; the scaling
+// takes it out at once so that zeros cannot pile up over a dozen products.
+FL64 ScaledBy(FL64 v, const FL64& factor) {
+  FL64_Mul(&v, &factor);
+  const int32_t z = FL64_INT_MantissaCountZeroMsb(&v);
+  if (z > 0 && z < 48) {
+    FL64_INT_MantissaShiftLeft(&v, &v, z);
+    v.expWord = static_cast<uint16_t>(v.expWord - z);
+  }
+  return v;
+}
+
 // floor(2^k * log2(10)): below 2^this a number is surely below 10^(2^k), by
 // a margin (at least 10 %) far beyond the scaling's rounding.
 constexpr int32_t kBitsOfPow10[FL_POW2_TABLE_SIZE] = {3, 6, 13, 26, 53, 106, 212, 425, 850, 1700, 3401, 6803};
@@ -134,8 +146,7 @@ int32_t ScaleToLeadingDigit(FL64& v) {
   if (BinaryMagnitude(v) >= 1) {
     for (int32_t k = FL_POW2_TABLE_SIZE - 1; k >= 0; --k) {
       if (BinaryMagnitude(v) <= kBitsOfPow10[k]) continue;
-      FL64 t = v;
-      FL64_Mul(&t, &FL64_Pow01[k]);
+      const FL64 t = ScaledBy(v, FL64_Pow01[k]);
       if (BinaryMagnitude(t) < 1) continue;
       v = t;
       decimalExponent += 1 << k;
@@ -144,18 +155,15 @@ int32_t ScaleToLeadingDigit(FL64& v) {
   }
   for (int32_t k = FL_POW2_TABLE_SIZE - 1; k >= 1; --k) {
     if (1 - BinaryMagnitude(v) <= kBitsOfPow10[k]) continue;
-    FL64 t = v;
-    FL64_Mul(&t, &FL64_Pow10[k]);
+    const FL64 t = ScaledBy(v, FL64_Pow10[k]);
     if (BinaryMagnitude(t) >= 1) continue;
     v = t;
     decimalExponent -= 1 << k;
   }
   // One factor 10 below 1 is left; the last 10^1 brings the first digit up.
-  FL64 t = v;
-  FL64_Mul(&t, &FL64_Pow10[0]);
+  const FL64 t = ScaledBy(v, FL64_Pow10[0]);
   if (BinaryMagnitude(t) < 1) {
-    v = t;
-    FL64_Mul(&v, &FL64_Pow10[0]);
+    v = ScaledBy(t, FL64_Pow10[0]);
     return decimalExponent - 2;
   }
   v = t;
@@ -218,8 +226,10 @@ class DigitSource {
     scaled_.expWord &= static_cast<uint16_t>(~(FL48_SIGN_BIT | FL48_EXACT_BIT));
     exponent_ = ScaleToLeadingDigit(scaled_);
     ToDigitFixedPoint(scaled_);
-    if ((scaled_.mant[0] >> 12) >= 10) {  // scaling error left a value at or above 10
-      FL64_Mul(&scaled_, &FL64_Pow01[0]);
+    // A scaling error may leave a value at or above 10; the point was not
+    // moved then (the value is at least 8), so the record is still a number.
+    if ((scaled_.mant[0] >> 12) >= 10) {
+      scaled_ = ScaledBy(scaled_, FL64_Pow01[0]);
       ++exponent_;
       ToDigitFixedPoint(scaled_);
     }
@@ -286,14 +296,10 @@ class DigitSource {
   int32_t exponent_ = 0;
 };
 
-}  // namespace
-
-namespace {
-
 // ---- Layout ----
 
 constexpr const char* kFormatText = "?FORMAT";
-constexpr int32_t kTextCapacity = 2 * kMaxWidth + 16;
+constexpr int32_t kTextCapacity = kMaxWidth + 16;  // the longest text: sign, 256 digits, exponent part
 
 // The text of one field, built left to right, then right-aligned.
 class FieldText {
@@ -379,7 +385,7 @@ void PrintScientific(const Job& job, const DigitSource& source) {
   const Decimal d = source.Rounded(std::min(SignificantDigits(1, area), job.budget));
   const int32_t expDigits = static_cast<int32_t>(job.kind & 3) + 1;
   const int32_t magnitude = d.exponent < 0 ? -d.exponent : d.exponent;
-  if (1 + area + expDigits + 2 > kTextCapacity || magnitude >= PowerOfTen(expDigits)) {
+  if (magnitude >= PowerOfTen(expDigits)) {
     return WriteFilledText(job.dst, job.width, kFormatText);
   }
   FieldText text;
@@ -405,7 +411,7 @@ void PrintEngineering(const Job& job, const DigitSource& source) {
   const Decimal d = source.Rounded(std::min(SignificantDigits(planned, area), job.budget));
   const int32_t intDigits = intDigitsOf(d.exponent);  // a carry may move the prefix
   const int32_t group = FloorDiv3(d.exponent);
-  if (intDigits > area || area + 2 > kTextCapacity || group < -kPrefixOffset || group > kPrefixOffset) {
+  if (intDigits > area || group < -kPrefixOffset || group > kPrefixOffset) {
     return WriteFilledText(job.dst, job.width, kFormatText);
   }
   FieldText text;

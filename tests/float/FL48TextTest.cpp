@@ -395,6 +395,20 @@ TEST(FL48ConvToText, TenDigitsAreCorrectlyRoundedNearOne) {
   }
 }
 
+// With the option off a product may keep one leading zero; the digits stay.
+TEST(FL48ConvToText, DigitsDoNotDependOnTheRoundUpOption) {
+  struct OptionOff {
+    int32_t saved = FL_OptionExactRoundUp;
+    OptionOff() { FL_OptionExactRoundUp = 0; }
+    ~OptionOff() { FL_OptionExactRoundUp = saved; }
+  } optionOff;
+  fl48test::RandomNumbers random(5);
+  for (int i = 0; i < 2000; ++i) {
+    const FL48 x = random.Normal(FL48_EXP_MIN, FL48_EXP_MAX);
+    ASSERT_EQ(Text(x, "#.##########^^####"), ExpectedScientific(x, 10, 4)) << fl48test::Describe(x);
+  }
+}
+
 std::string ExpectedFixed(const FL48& x, int fracDigits, int width) {
   uint64_t unit = 1;
   for (int i = 0; i < fracDigits; ++i) unit *= 10;
