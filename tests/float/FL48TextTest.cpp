@@ -379,20 +379,18 @@ std::string ExpectedScientific(const FL48& x, int digits, int exponentDigits) {
   return text + std::string(size_t(exponentDigits) - e.size(), '0') + e;
 }
 
-TEST(FL48ConvToText, TenDigitsAreCorrectlyRoundedEverywhere) {
-  fl48test::RandomNumbers random(2024);
-  for (int i = 0; i < 3000; ++i) {
-    const FL48 x = random.Normal(FL48_EXP_MIN, FL48_EXP_MAX);
+// Random numbers with fields in [lo, hi], printed with ten digits.
+void ExpectTenDigitsCorrect(uint32_t seed, int count, int lo, int hi) {
+  fl48test::RandomNumbers random(seed);
+  for (int i = 0; i < count; ++i) {
+    const FL48 x = random.Normal(lo, hi);
     ASSERT_EQ(Text(x, "#.##########^^####"), ExpectedScientific(x, 10, 4)) << fl48test::Describe(x);
   }
 }
 
-TEST(FL48ConvToText, TenDigitsAreCorrectlyRoundedNearOne) {
-  fl48test::RandomNumbers random(99);
-  for (int i = 0; i < 20000; ++i) {
-    const FL48 x = random.Normal(FL48_EXP_BIAS - 60, FL48_EXP_BIAS + 60);
-    ASSERT_EQ(Text(x, "#.##########^^##"), ExpectedScientific(x, 10, 2)) << fl48test::Describe(x);
-  }
+TEST(FL48ConvToText, TenDigitsAreCorrectlyRounded) {
+  ExpectTenDigitsCorrect(2024, 3000, FL48_EXP_MIN, FL48_EXP_MAX);
+  ExpectTenDigitsCorrect(99, 20000, FL48_EXP_BIAS - 60, FL48_EXP_BIAS + 60);
 }
 
 // With the option off a product may keep one leading zero; the digits stay.
@@ -402,11 +400,7 @@ TEST(FL48ConvToText, DigitsDoNotDependOnTheRoundUpOption) {
     OptionOff() { FL_OptionExactRoundUp = 0; }
     ~OptionOff() { FL_OptionExactRoundUp = saved; }
   } optionOff;
-  fl48test::RandomNumbers random(5);
-  for (int i = 0; i < 2000; ++i) {
-    const FL48 x = random.Normal(FL48_EXP_MIN, FL48_EXP_MAX);
-    ASSERT_EQ(Text(x, "#.##########^^####"), ExpectedScientific(x, 10, 4)) << fl48test::Describe(x);
-  }
+  ExpectTenDigitsCorrect(5, 2000, FL48_EXP_MIN, FL48_EXP_MAX);
 }
 
 std::string ExpectedFixed(const FL48& x, int fracDigits, int width) {
