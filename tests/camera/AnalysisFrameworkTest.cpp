@@ -35,7 +35,7 @@ CameraAnalysisCounter MakeCounter(int width, int height, int16_t* frameCounter, 
   return counter;
 }
 
-class AnalysisFrameworkTest : public testing::Test {
+class CameraFrameworkTest : public testing::Test {
  protected:
   void SetUp() override {
     DebugFlags = 0;
@@ -45,7 +45,7 @@ class AnalysisFrameworkTest : public testing::Test {
   uint8_t frame_[64 * 48 * 2] = {};
 };
 
-TEST_F(AnalysisFrameworkTest, ChainIndexCountsRecordsThatArePassedOver) {
+TEST_F(CameraFrameworkTest, ChainIndexCountsRecordsThatArePassedOver) {
   int16_t firstCount = 0, lastCount = 0;
   CameraAnalysisCounter first = MakeCounter(1, 1, &firstCount, nullptr);
   ForeignRecord foreign{{9, nullptr, 1, 1}, {11, 22, 33, 44}};
@@ -69,7 +69,7 @@ TEST_F(AnalysisFrameworkTest, ChainIndexCountsRecordsThatArePassedOver) {
   CameraUninitAnalysis(&first.base);
 }
 
-TEST_F(AnalysisFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
+TEST_F(CameraFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
   int16_t count = -1;
   CameraAnalysisCounter counter = MakeCounter(64, 48, &count, nullptr);
   const std::pair<uint32_t, int16_t> cases[] = {{1, 1}, {32767, 32767}, {32768, 0}, {32769, 1}, {65535, 32767}};
@@ -80,7 +80,7 @@ TEST_F(AnalysisFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
   }
 }
 
-TEST_F(AnalysisFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
+TEST_F(CameraFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
   uint8_t change = 0;
   int16_t count = 0;
   CameraAnalysisCounter counter = MakeCounter(64, 48, &count, &change);
@@ -105,7 +105,7 @@ TEST_F(AnalysisFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
   EXPECT_EQ(errors, message + message) << "once for the first frame of each chain, null chain included";
 }
 
-TEST_F(AnalysisFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
+TEST_F(CameraFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
   CameraAnalysisBase head{CameraAnalysisTypeMaxOnLine, nullptr, 8, 4};
   unsigned char frame[8 * 4 * 2] = {};
   unsigned char* middleRow = frame + 8 * 4;
@@ -117,7 +117,7 @@ TEST_F(AnalysisFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Sharpness  25% ( 10  20  30  40) 12345\n");
 }
 
-TEST_F(AnalysisFrameworkTest, SetupWithNullChainStartsNothing) {
+TEST_F(CameraFrameworkTest, SetupWithNullChainStartsNothing) {
   FakeCamera& camera = FakeCamera::Install();
   int marker = 0;
   CameraAnalysisData = reinterpret_cast<CameraAnalysisBase*>(&marker);
@@ -132,7 +132,7 @@ TEST_F(AnalysisFrameworkTest, SetupWithNullChainStartsNothing) {
 
 // Settings come from the first counter record, the change variable from the
 // last one, since each Init overwrites it.
-TEST_F(AnalysisFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
+TEST_F(CameraFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
   FakeCamera& camera = FakeCamera::Install();
   int16_t firstCount = 0, lastCount = 0;
   uint8_t firstChange = 0, lastChange = 0;
@@ -158,7 +158,7 @@ TEST_F(AnalysisFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
   FakeCamera::Uninstall();
 }
 
-class DeliverFrameTest : public testing::Test {
+class CameraDeliverFrameTest : public testing::Test {
  protected:
   static constexpr int kCapacity = 16;
   void SetUp() override {
@@ -185,21 +185,21 @@ class DeliverFrameTest : public testing::Test {
   uint8_t storage_[2][kCapacity + 1] = {};
 };
 
-TEST_F(DeliverFrameTest, FrameOfExactlyCapacityIsStoredAndOneByteMoreIsDropped) {
+TEST_F(CameraDeliverFrameTest, FrameOfExactlyCapacityIsStoredAndOneByteMoreIsDropped) {
   Deliver(std::vector<uint8_t>(kCapacity + 1, 1));
   EXPECT_TRUE(Take().empty());
   Deliver(std::vector<uint8_t>(kCapacity, 2));
   EXPECT_EQ(Take(), std::vector<uint8_t>(kCapacity, 2));
 }
 
-TEST_F(DeliverFrameTest, DisabledRecordStoresNothing) {
+TEST_F(CameraDeliverFrameTest, DisabledRecordStoresNothing) {
   record_.enabled = 0;
   Deliver({1, 2, 3});
   EXPECT_EQ(record_.full[0], 0);
   EXPECT_EQ(record_.writeIndex, 0);
 }
 
-TEST_F(DeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer) {
+TEST_F(CameraDeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer) {
   Deliver({1});
   Deliver({2});
   Deliver({3});  // both buffers full: dropped
@@ -212,7 +212,7 @@ TEST_F(DeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer)
   EXPECT_TRUE(Take().empty());
 }
 
-TEST_F(DeliverFrameTest, InitClearsTheHandOverButKeepsTheServersSettings) {
+TEST_F(CameraDeliverFrameTest, InitClearsTheHandOverButKeepsTheServersSettings) {
   Deliver({1});
   Deliver({2});
   record_.readIndex = 1;
@@ -233,7 +233,7 @@ std::vector<uint8_t> NumberedFrame(uint32_t sequence) {
   return frame;
 }
 
-TEST_F(DeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsCleanly) {
+TEST_F(CameraDeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsCleanly) {
   std::atomic<uint32_t> produced{0};
   std::atomic<bool> stop{false};
   std::thread producer([&] {

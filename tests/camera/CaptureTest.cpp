@@ -61,7 +61,7 @@ std::vector<int> DequeuedIndices(const std::vector<std::string>& events) {
   return indices;
 }
 
-class CaptureTest : public testing::Test {
+class CameraCaptureTest : public testing::Test {
  protected:
   void SetUp() override {
     camera_ = &FakeCamera::Install();
@@ -124,7 +124,7 @@ class CaptureTest : public testing::Test {
   std::string out_, err_;
 };
 
-TEST_F(CaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAnalysed) {
+TEST_F(CameraCaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAnalysed) {
   camera_->PushFrame(goodFrame_);
   Start();
   ASSERT_TRUE(Starved());
@@ -145,7 +145,7 @@ TEST_F(CaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAnalysed)
   ExpectReleasedEverything();
 }
 
-TEST_F(CaptureTest, SettingsOfTheCounterRecordReachTheDevice) {
+TEST_F(CameraCaptureTest, SettingsOfTheCounterRecordReachTheDevice) {
   DebugFlags = 128;
   camera_->PushFrame(goodFrame_);
   Start();
@@ -169,7 +169,7 @@ TEST_F(CaptureTest, SettingsOfTheCounterRecordReachTheDevice) {
 
 // A frame that fails to decode is given straight back; the held-back frame
 // stays the previous one of the next analysed frame.
-TEST_F(CaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
+TEST_F(CameraCaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
   struct Case {
     const char* name;
     Bytes bad;
@@ -199,7 +199,7 @@ TEST_F(CaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
   }
 }
 
-TEST_F(CaptureTest, StopRequestEndsTheThreadWithinOneFrame) {
+TEST_F(CameraCaptureTest, StopRequestEndsTheThreadWithinOneFrame) {
   StreamFrames();
   Start();
   ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 3; }));
@@ -212,7 +212,7 @@ TEST_F(CaptureTest, StopRequestEndsTheThreadWithinOneFrame) {
   ExpectReleasedEverything();
 }
 
-TEST_F(CaptureTest, CameraThatStopsSendingEndsWithSelectTimeout) {
+TEST_F(CameraCaptureTest, CameraThatStopsSendingEndsWithSelectTimeout) {
   camera_->PushFrame(goodFrame_);
   camera_->PushFrame(goodFrame_);
   camera_->ScaleSelectTimeout(0.001);  // the ten seconds pass in ten milliseconds
@@ -224,7 +224,7 @@ TEST_F(CaptureTest, CameraThatStopsSendingEndsWithSelectTimeout) {
   ExpectReleasedEverything();
 }
 
-TEST_F(CaptureTest, SlowFrameReportsItsCaptureTime) {
+TEST_F(CameraCaptureTest, SlowFrameReportsItsCaptureTime) {
   camera_->PushFrame(goodFrame_);
   camera_->DelayEachFrame(std::chrono::milliseconds(300));
   camera_->ScaleSelectTimeout(0.05);
@@ -233,7 +233,7 @@ TEST_F(CaptureTest, SlowFrameReportsItsCaptureTime) {
   EXPECT_THAT(out_, HasSubstr("Camera Frame Capture Took 3"));
 }
 
-TEST_F(CaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) {
+TEST_F(CameraCaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) {
   DebugFlags = 16;
   CameraFile = tmpfile();
   ASSERT_NE(CameraFile, nullptr);
@@ -247,7 +247,7 @@ TEST_F(CaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) {
   CameraFile = nullptr;
 }
 
-TEST_F(CaptureTest, FailingControlIsReportedAndCaptureGoesOn) {
+TEST_F(CameraCaptureTest, FailingControlIsReportedAndCaptureGoesOn) {
   camera_->FailStep(FakeStep::SetCtrl, EINVAL);
   camera_->PushFrame(goodFrame_);
   camera_->PushFrame(goodFrame_);
@@ -271,7 +271,7 @@ std::function<void(FakeCamera&)> Failing(FakeStep step, int error, int skip = 0)
 
 // Every step that ends the thread, with its message and the path it takes
 // out; nothing stays open or mapped behind it.
-TEST_F(CaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
+TEST_F(CameraCaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
   const FailureCase cases[] = {
       {"missing device", Failing(FakeStep::Stat, ENOENT), ErrorLine("stat camera device", ENOENT), kNoDevice},
       {"not a character device", [](FakeCamera& c) { c.SetCharacterDevice(false); },
@@ -315,7 +315,7 @@ TEST_F(CaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
 }
 
 // Failures while winding down are reported and the rest still happens.
-TEST_F(CaptureTest, TeardownFailuresAreReportedAndTeardownGoesOn) {
+TEST_F(CameraCaptureTest, TeardownFailuresAreReportedAndTeardownGoesOn) {
   const FailureCase cases[] = {
       {"stream off", Failing(FakeStep::StreamOff, EIO), ErrorLine("VIDIOC_STREAMOFF", EIO), kCaptureTerminates},
       {"unmap", Failing(FakeStep::Munmap, EINVAL, 1), ErrorLine("munmap", EINVAL), kCaptureTerminates},
@@ -337,8 +337,7 @@ TEST_F(CaptureTest, TeardownFailuresAreReportedAndTeardownGoesOn) {
   }
 }
 
-TEST_F(CaptureTest, BufferIndexTheDriverNeverGrantedAborts) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
+TEST_F(CameraCaptureTest, BufferIndexTheDriverNeverGrantedAborts) {
   EXPECT_DEATH(
       {
         camera_->ReportBadIndexOnce();
@@ -349,7 +348,7 @@ TEST_F(CaptureTest, BufferIndexTheDriverNeverGrantedAborts) {
       "buffer.index < CameraBufferCount");
 }
 
-TEST_F(CaptureTest, NewSetupEndsTheRunningCaptureFirst) {
+TEST_F(CameraCaptureTest, NewSetupEndsTheRunningCaptureFirst) {
   StreamFrames();
   Start();
   ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 2; }));

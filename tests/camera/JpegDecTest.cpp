@@ -46,7 +46,7 @@ struct Size {
   int width, height;
 };
 
-TEST(JpegDecodeTest, CleanPicturesDecodeCloseToTheirSourceAndStayInBounds) {
+TEST(CameraDecodeTest, CleanPicturesDecodeCloseToTheirSourceAndStayInBounds) {
   // 240 fills exactly width x height x 2; 20 spills into a fourth band; 330
   // is not a whole number of blocks wide.
   for (Size size : {Size{320, 240}, Size{64, 48}, Size{48, 20}, Size{330, 100}}) {
@@ -60,7 +60,7 @@ TEST(JpegDecodeTest, CleanPicturesDecodeCloseToTheirSourceAndStayInBounds) {
   }
 }
 
-TEST(JpegDecodeTest, PixelPairsAreInterleavedAsLuminanceBlueLuminanceRed) {
+TEST(CameraDecodeTest, PixelPairsAreInterleavedAsLuminanceBlueLuminanceRed) {
   // Flat chroma planes with distinct values tell the four byte positions apart.
   Bytes yuyv(16 * 8 * 2);
   for (size_t i = 0; i < yuyv.size(); i += 4) {
@@ -86,7 +86,7 @@ struct RejectCase {
   bool writesNothing;  // rejected before decoding started
 };
 
-TEST(JpegDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
+TEST(CameraDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
   constexpr int kWidth = 64, kHeight = 48, kImageBytes = kWidth * kHeight * 2;
   Bytes yuyv = GradientYuyv(kWidth, kHeight);
   Bytes good = EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight);
@@ -110,7 +110,7 @@ TEST(JpegDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
   }
 }
 
-TEST(JpegDecodeTest, RecoverableCorruptionFillsThePictureButGivesZero) {
+TEST(CameraDecodeTest, RecoverableCorruptionFillsThePictureButGivesZero) {
   Bytes yuyv = GradientYuyv(64, 48);
   Bytes damaged = camera_devices::CorruptRecoverably(EncodeYuyvJpeg(yuyv.data(), 64, 48));
   GuardedOutput output(64, 48);
