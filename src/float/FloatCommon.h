@@ -9,6 +9,7 @@
 #include <stdint.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "kavri/FL48.h"
 
@@ -77,6 +78,22 @@ struct Format<FL64> {
   }
 };
 
+// Word 0 and the mantissa written with 32-bit stores where the words allow,
+// so that a caller reading the record back right away (typically as one
+// 4-byte and one 2-byte load) gets the values forwarded from the stores.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-endian words");
+inline void storeNumber(FL48& x, unsigned head, uint32_t m) {
+  uint32_t low = (head & 0xFFFF) | (m & 0xFFFF0000u);
+  std::memcpy(&x, &low, 4);
+  x.mant[1] = uint16_t(m);
+}
+inline void storeNumber(FL64& x, unsigned head, uint64_t m) {
+  uint32_t low = (head & 0xFFFF) | (uint32_t(m >> 16) & 0xFFFF0000u);
+  uint32_t high = (uint32_t(m >> 16) & 0xFFFF) | (uint32_t(m) << 16);
+  std::memcpy(&x, &low, 4);
+  std::memcpy(&x.mant[1], &high, 4);
+}
+
 template <class R>
 using MantOf = typename Format<R>::Mant;
 template <class R>
@@ -95,14 +112,12 @@ inline void storeMant(R& x, MantOf<R> m) {
   Format<R>::store(x, m);
 }
 
+// The ones below the mantissa make a zero mantissa count kBits without a
+// test of its own.
 template <class R>
 inline int countZeroMsb(MantOf<R> m) {
-  if (m == 0) return kBitsOf<R>;
-  if constexpr (sizeof(MantOf<R>) == 4) {
-    return __builtin_clz(m);
-  } else {
-    return __builtin_clzll(m) - (64 - kBitsOf<R>);
-  }
+  constexpr int kPad = 64 - kBitsOf<R>;
+  return __builtin_clzll((uint64_t(m) << kPad) | ((uint64_t(1) << kPad) - 1));
 }
 
 // Shift counts at or beyond the width (or negative) give 0, never undefined.
@@ -181,16 +196,24 @@ inline bool wideDropsOnes(const U128& p, int s) { return (p.lo & ((uint64_t(1) <
 // position of its leading bit is predicted from the factors and, with
 // FL_OptionExactRoundUp, checked once. Returns 1 when nothing was dropped.
 template <class R>
-inline int mantissaMul(R& dst, const R& src, int32_t& exp) {
-  MantOf<R> a = loadMant(dst), b = loadMant(src);
+inline MantOf<R> mantissaProduct(MantOf<R> a, MantOf<R> b, int32_t& exp, int& exact) {
   int za = countZeroMsb<R>(a), zb = countZeroMsb<R>(b);
   int z = za + zb;
   auto product = wideMul(a, b);
-  if (FL_OptionExactRoundUp != 0 && z < 2 * kBitsOf<R> && !wideBitFromTop(product, z)) ++z;
-  int shift = z - std::max(za, zb);
+  bool predicted = z < 2 * kBitsOf<R>;
+  // Branch-free: whether the predicted bit is 0 is data, not control.
+  int oneMore = (FL_OptionExactRoundUp != 0) & predicted & !wideBitFromTop(product, predicted ? z : 0);
+  int shift = z + oneMore - std::max(za, zb);
   exp -= shift;
-  storeMant(dst, MantOf<R>(wideTop(product, shift)));
-  return !wideDropsOnes(product, shift);
+  exact = !wideDropsOnes(product, shift);
+  return MantOf<R>(wideTop(product, shift));
+}
+
+template <class R>
+inline int mantissaMul(R& dst, const R& src, int32_t& exp) {
+  int exact;
+  storeMant(dst, mantissaProduct<R>(loadMant(dst), loadMant(src), exp, exact));
+  return exact;
 }
 
 // ---- Special-value rules ----
@@ -239,11 +262,22 @@ inline int applySpecial(R& a, const R& b, Special s) {
   return 1;
 }
 
+// The rare path, out of line so that the operations' fast paths need no
+// stack frame and reach it with a tail call.
+template <class R>
+[[gnu::noinline]] int applyBinarySpecial(R& a, const R& b, int op) {
+  return applySpecial(a, b, binarySpecial(fieldOf(a), fieldOf(b), op));
+}
+
+template <class R>
+inline bool bothNumbers(const R& a, const R& b) {
+  return isNumberField(fieldOf(a)) & isNumberField(fieldOf(b));
+}
+
 template <class R>
 inline int handleSpecialBinary(R& a, const R& b, int op) {
-  unsigned fa = fieldOf(a), fb = fieldOf(b);
-  if (isNumberField(fa) && isNumberField(fb)) [[likely]] return 0;
-  return applySpecial(a, b, binarySpecial(fa, fb, op));
+  if (bothNumbers(a, b)) [[likely]] return 0;
+  return applyBinarySpecial(a, b, op);
 }
 
 // ---- Record-level primitives behind the exported FL48_INT_* / FL64_INT_* ----
@@ -311,71 +345,110 @@ inline int mantissaMul10(R& x) {
 // every exponent, so that the caller's range check makes the result overflow.
 inline constexpr int32_t kDivideByZeroExponentStep = 0x10000;
 
-inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
-  uint32_t dividend = loadMant(dst), divisor = loadMant(src);
+inline uint32_t mantissaQuotient(uint32_t dividend, uint32_t divisor, int32_t& exp, int& exact) {
+  exact = 1;
   if (divisor == 0) {
     exp += kDivideByZeroExponentStep;
-    return 0;
+    exact = 0;
+    return dividend;
   }
-  if (dividend == 0) return 1;
+  if (dividend == 0) return 0;
   int za = countZeroMsb<FL48>(dividend), zb = countZeroMsb<FL48>(divisor);
   int keptZeros = std::max(za, zb);
   uint32_t a = dividend << za, b = divisor << zb;
   int quotientAboveOne = a >= b;
   uint64_t numerator = uint64_t(a) << (32 - quotientAboveOne - keptZeros);
-  storeMant(dst, uint32_t(numerator / b));
   exp += quotientAboveOne + keptZeros + zb - za;
-  return numerator % b == 0;
+  exact = numerator % b == 0;
+  return uint32_t(numerator / b);
+}
+
+inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
+  int exact;
+  storeMant(dst, mantissaQuotient(loadMant(dst), loadMant(src), exp, exact));
+  return exact;
 }
 
 // ---- Operations common to both formats ----
 
 // a = a + b (subtract: a - b). Not normalised afterwards: cancellation keeps
 // its leading zeros, which is how the number of valid bits travels.
+// The steps are those of the primitives (align the smaller operand, add or
+// subtract the magnitudes, negate after a borrow, shift a carry back in), in
+// one signed 64-bit sum so that the signs and exponents of real data, which
+// are unpredictable, cost no branches.
 template <class R>
 inline void addOrSubtract(R& a, const R& b, bool subtract) {
-  if (handleSpecialBinary(a, b, subtract ? '-' : '+')) return;
-  unsigned fa = fieldOf(a), fb = fieldOf(b);
-  MantOf<R> ma = loadMant(a), mb = loadMant(b);
-  if (fa > fb) {
-    mb = shiftRight<R>(mb, int32_t(fa - fb));
-  } else if (fb > fa) {
-    ma = shiftRight<R>(ma, int32_t(fb - fa));
-    setField(a, fb);
+  if (!bothNumbers(a, b)) [[unlikely]] {
+    applyBinarySpecial(a, b, subtract ? '-' : '+');
+    return;
   }
-  bool sameSign = ((a.expWord ^ b.expWord) & FL48_SIGN_BIT) == 0;
-  if (sameSign != subtract) {
-    if (addMant<R>(ma, mb)) {
-      shiftRightOneAdjustExponent(a, ma);
-      return;
-    }
-  } else if (subMant<R>(ma, mb)) {
-    ma = MantOf<R>((0 - ma) & kMantMask<R>);
-    a.expWord ^= FL48_SIGN_BIT;
+  int32_t fa = int32_t(fieldOf(a)), fb = int32_t(fieldOf(b));
+  int32_t field = std::max(fa, fb);
+  uint64_t ma = loadMant(a), mb = loadMant(b);
+  int32_t shiftA = field - fa, shiftB = field - fb;  // one of them is 0
+  if (shiftA + shiftB < kBitsOf<R>) [[likely]] {
+    ma >>= shiftA;
+    mb >>= shiftB;
+  } else {  // the smaller operand is shifted out entirely
+    ma = shiftA ? 0 : ma;
+    mb = shiftB ? 0 : mb;
   }
-  storeMant(a, ma);
+  unsigned head = (a.expWord & ~FL48_EXP_MASK) | unsigned(field);
+  bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
+  int64_t flip = -int64_t(unlike);  // all ones to subtract
+  int64_t sum = int64_t(ma) + ((int64_t(mb) ^ flip) - flip);
+  int64_t borrow = sum >> 63;  // all ones after a borrow
+  uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
+  head ^= unsigned(borrow & FL48_SIGN_BIT);
+  unsigned carry = unsigned(magnitude >> kBitsOf<R>);
+  head &= ~((carry & unsigned(magnitude)) << 14);  // a 1 shifted out: no longer exact
+  magnitude >>= carry;
+  if (carry & (fieldOf(uint16_t(head)) >= FL48_EXP_MAX)) [[unlikely]] {
+    head = FL48_CODE_OVERFLOW;
+  } else {
+    head += carry;
+  }
+  storeNumber(a, head, MantOf<R>(magnitude));
 }
 
-// Word 0 of a product or quotient from its exponent counter.
+// a = the product or quotient m with the exponent counter exp.
 template <class R>
-inline void finishExponent(R& a, const R& b, int32_t exp, int exact) {
+inline void finishProductOrQuotient(R& a, const R& b, int32_t exp, int exact, MantOf<R> m) {
+  unsigned head;
   if (exp < FL48_EXP_MIN) {
-    setCode(a, FL48_CODE_UNDERFLOW);
+    head = FL48_CODE_UNDERFLOW;
   } else if (exp > FL48_EXP_MAX) {
-    setCode(a, FL48_CODE_OVERFLOW);
+    head = FL48_CODE_OVERFLOW;
   } else {
-    uint16_t sign = (a.expWord ^ b.expWord) & FL48_SIGN_BIT;
-    uint16_t exactFlag = exact ? (a.expWord & b.expWord & FL48_EXACT_BIT) : 0;
-    a.expWord = uint16_t(sign | exactFlag | exp);
+    unsigned sign = (a.expWord ^ b.expWord) & FL48_SIGN_BIT;
+    unsigned exactFlag = exact ? (a.expWord & b.expWord & FL48_EXACT_BIT) : 0;
+    head = sign | exactFlag | unsigned(exp);
   }
+  storeNumber(a, head, m);
 }
 
 template <class R>
 inline void multiply(R& a, const R& b) {
-  if (handleSpecialBinary(a, b, '*')) return;
+  if (!bothNumbers(a, b)) [[unlikely]] {
+    applyBinarySpecial(a, b, '*');
+    return;
+  }
   int32_t exp = int32_t(fieldOf(a)) + int32_t(fieldOf(b)) - FL48_EXP_BIAS;
-  int exact = mantissaMul(a, b, exp);
-  finishExponent(a, b, exp, exact);
+  int exact;
+  MantOf<R> m = mantissaProduct<R>(loadMant(a), loadMant(b), exp, exact);
+  finishProductOrQuotient(a, b, exp, exact, m);
+}
+
+inline void divide(FL48& a, const FL48& b) {
+  if (!bothNumbers(a, b)) [[unlikely]] {
+    applyBinarySpecial(a, b, '/');
+    return;
+  }
+  int32_t exp = int32_t(fieldOf(a)) - int32_t(fieldOf(b)) + FL48_EXP_BIAS;
+  int exact;
+  uint32_t m = mantissaQuotient(loadMant(a), loadMant(b), exp, exact);
+  finishProductOrQuotient(a, b, exp, exact, m);
 }
 
 }  // namespace kavri::fl

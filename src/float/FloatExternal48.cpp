@@ -7,13 +7,6 @@ namespace {
 
 int handleSpecialUnary(FL48& a, int op) { return applySpecial(a, a, unarySpecial(fieldOf(a), isNegative(a), op)); }
 
-void divide(FL48& a, const FL48& b) {
-  if (handleSpecialBinary(a, b, '/')) return;
-  int32_t exp = int32_t(fieldOf(a)) - int32_t(fieldOf(b)) + FL48_EXP_BIAS;
-  int exact = mantissaDiv(a, b, exp);
-  finishExponent(a, b, exp, exact);
-}
-
 // y = m * SqrtApr2 + SqrtApr1 for the mantissa m in [0.5, 1), scaled by the
 // square root of the rest of a's exponent.
 FL48 firstRootEstimate(const FL48& a) {
@@ -133,10 +126,10 @@ void FL48_ConvFromShort(FL48* a, int32_t n) {
   } else if (value == 0) {
     FL48_SetUnderflow(a);
   } else {
-    FL48 x = {0, {0, uint16_t(value < 0 ? -value : value)}};
-    mantissaNormalizeExponentSet(x);
-    x.expWord |= FL48_EXACT_BIT | (value < 0 ? FL48_SIGN_BIT : 0);
-    *a = x;
+    uint32_t magnitude = uint32_t(value < 0 ? -value : value);
+    int z = countZeroMsb<FL48>(magnitude);
+    unsigned sign = value < 0 ? FL48_SIGN_BIT : 0;
+    storeNumber(*a, sign | FL48_EXACT_BIT | (FL48_EXP_BIAS + 32 - z), magnitude << z);
   }
 }
 

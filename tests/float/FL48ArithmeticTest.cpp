@@ -229,6 +229,23 @@ TEST_F(FL48RandomArithmetic, ProductIsCommutativeAndTheTruncatedExactProduct) {
   }
 }
 
+// With leading zeros the product keeps those of the less precise factor and
+// is still the exact product cut to the mantissa.
+TEST_F(FL48RandomArithmetic, ProductOfUnnormalisedFactorsKeepsTheirSignificance) {
+  for (int i = 0; i < kRounds; ++i) {
+    FL48 a = random_.Normal(), b = random_.Normal();
+    int za = random_.Between(0, 31), zb = random_.Between(0, 31);
+    a = Make(a.expWord, Mant(a) >> za);
+    b = Make(b.expWord, Mant(b) >> zb);
+    FL48 ab = Product(a, b);
+    uint64_t exact = uint64_t(Mant(a)) * Mant(b);
+    int t = int(Field(ab)) + 8224 - int(Field(a) + Field(b));
+    ASSERT_TRUE(t >= 0 && t <= 32) << t;
+    ASSERT_EQ(Mant(ab), uint32_t(exact >> t)) << Describe(a) << " * " << Describe(b);
+    ASSERT_EQ(FL48_GetValidBits(&ab), 32 - std::max(za, zb)) << Describe(a) << " * " << Describe(b);
+  }
+}
+
 TEST_F(FL48RandomArithmetic, TimesOneAndOverItselfAreIdentities) {
   for (int i = 0; i < kRounds; ++i) {
     FL48 x = random_.Normal(0x0200, 0x3E00);

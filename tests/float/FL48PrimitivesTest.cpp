@@ -223,6 +223,11 @@ TEST(FL48Primitives, Fl64ProductIsTheTruncatedExactProduct) {
     ASSERT_EQ(Mant64(x), ProductBits(limbs, from)) << std::hex << a << " * " << b;
     ASSERT_EQ(exp, -(95 - top - keep));
     ASSERT_EQ(exact, !AnyBitBelow(limbs, from)) << std::hex << a << " * " << b;
+    // The whole operation: same mantissa, the exponent counter in word 0.
+    FL64 product = Make64(0x6001, a), factor = Make64(0xE001, b);
+    FL64_Mul(&product, &factor);
+    ASSERT_TRUE(SameWords(product, Make64(uint16_t((exact ? 0xE002 : 0xA002) + exp), Mant64(x))))
+        << Describe(product);
   }
 }
 
