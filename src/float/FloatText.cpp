@@ -2,11 +2,13 @@
 //
 // The printer finds the decimal exponent and the leading digits in FL64, so
 // the 32-bit mantissa of an FL48 keeps 16 guard bits through the scaling,
-// then lays out the rounded digits for the format's kind.
-#include "kavri/FL48Text.h"
-
+// rounds them (deciding exactly when the rest is too close to one half to
+// call) and lays them out for the format's kind.
 #include <algorithm>
 #include <cstring>
+
+#include "FloatTextExact.h"
+#include "kavri/FL48Text.h"
 
 namespace {
 
@@ -188,26 +190,6 @@ uint64_t MantissaBits(const FL64& v) {
   return (uint64_t{v.mant[0]} << 32) | (uint64_t{v.mant[1]} << 16) | v.mant[2];
 }
 
-// ---- Exact tie test ----
-
-// 1 when |x| * 10^q is exactly halfway between two integers. The scaled FL64
-// value carries a few ulps of error, so a remainder this close to one half
-// is decided here, on x's own bits.
-bool IsExactHalf(const FL48& x, int32_t q) {
-  uint32_t m = (uint32_t{x.mant[0]} << 16) | x.mant[1];
-  int32_t e = ExponentField(x.expWord) - FL48_EXP_BIAS - 32;
-  while ((m & 1) == 0) {
-    m >>= 1;
-    ++e;
-  }
-  if (e + q != -1) return false;
-  if (q >= 0) return true;
-  if (q < -13) return false;  // 5^14 exceeds any 32-bit mantissa
-  uint32_t fives = 1;
-  for (int32_t i = 0; i < -q; ++i) fives *= 5;
-  return m % fives == 0;
-}
-
 // ---- Rounded digits ----
 
 // |x| = 0.d0 d1 d2 ... * 10^(exponent + 1): digit[p] has weight 10^(exponent - p).
@@ -250,7 +232,7 @@ class DigitSource {
       Generate(v, n, d);
       rest = MantissaBits(v);
     }
-    if (!RoundsUp(rest, n)) return n == 0 ? ZeroDecimal() : d;
+    if (!RoundsUp(rest, d, n)) return n == 0 ? ZeroDecimal() : d;
     if (n == 0 || Carry(d)) {
       d.count = 1;
       d.digit[0] = 1;
@@ -274,12 +256,19 @@ class DigitSource {
     d.count = n;
   }
 
-  bool RoundsUp(uint64_t rest, int32_t n) const {
+  // The scaled value carries a few ulps of error (far below 2^37 in units of
+  // 2^-44 of the last digit), so a rest this close to one half is decided
+  // exactly on x's own bits; exact halves round up.
+  bool RoundsUp(uint64_t rest, const Decimal& d, int32_t n) const {
     constexpr uint64_t kHalf = uint64_t{1} << 43;
-    constexpr uint64_t kTieBand = kHalf >> 6;
+    constexpr uint64_t kTieBand = uint64_t{1} << 37;
     const uint64_t distance = rest > kHalf ? rest - kHalf : kHalf - rest;
     if (distance > kTieBand) return rest > kHalf;
-    return IsExactHalf(x_, n - 1 - exponent_) || rest > kHalf;
+    uint64_t kept = 0;
+    for (int32_t p = 0; p < n; ++p) kept = kept * 10 + d.digit[p];
+    const uint32_t mant = (uint32_t{x_.mant[0]} << 16) | x_.mant[1];
+    const int32_t binaryExponent = ExponentField(x_.expWord) - FL48_EXP_BIAS - 32;
+    return floattext::CompareScaledWithHalf(mant, binaryExponent, n - 1 - exponent_, kept) >= 0;
   }
 
   // Adds one unit at the last digit; true when it carried out of the first.

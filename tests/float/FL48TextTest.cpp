@@ -393,6 +393,17 @@ TEST(FL48ConvToText, TenDigitsAreCorrectlyRounded) {
   ExpectTenDigitsCorrect(99, 20000, FL48_EXP_BIAS - 60, FL48_EXP_BIAS + 60);
 }
 
+// Values whose tenth digit's rest lies closer to one half than the FL64
+// scaling can resolve.
+TEST(FL48ConvToText, RestsCloseToAHalfFollowTheExactValue) {
+  ExpectTexts({
+      {Make(0x9D97, 0xCC871334), "#.##########^^####", "-1.468942210E-0186"},
+      {Make(0xB1A8, 0xC4AC9198), "#.##########^^####", "-3.476062687E+1360"},
+      {Make(0x0347, 0xAE2C80E9), "#.##########^^####", " 2.286571833E-2214"},
+      {Make(0x5FD3, 0xA0DCEC82), "#.##########^^####", " 1.785937885E-0014"},
+  });
+}
+
 // With the option off a product may keep one leading zero; the digits stay.
 TEST(FL48ConvToText, DigitsDoNotDependOnTheRoundUpOption) {
   struct OptionOff {
