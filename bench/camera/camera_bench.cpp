@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <thread>
+#include <ctime>
 #include <vector>
 
 #include <jpeglib.h>  // after <cstdio>, which it needs
@@ -18,6 +19,18 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Other builds share the machine: the decoders are timed in this thread's
+// processor time, which they do not disturb.
+struct ThreadClock {
+  using duration = std::chrono::nanoseconds;
+  using time_point = std::chrono::time_point<ThreadClock>;
+  static time_point now() {
+    timespec now;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return time_point(duration(int64_t(now.tv_sec) * 1000000000 + now.tv_nsec));
+  }
+};
 using camera_devices::Bytes;
 
 // The reference: the same libjpeg settings and bands, planes left as they are.
@@ -43,19 +56,20 @@ void PlainRawDecode(Bytes& jpeg) {
   jpeg_destroy_decompress(&info);
 }
 
-double Seconds(Clock::duration elapsed) { return std::chrono::duration<double>(elapsed).count(); }
+template <typename Duration>
+double Seconds(Duration elapsed) { return std::chrono::duration<double>(elapsed).count(); }
 
 void BM_DecodeAgainstPlainRawDecode(benchmark::State& state) {
   int width = int(state.range(0)), height = int(state.range(1));
   Bytes jpeg = camera_devices::SimCameraFrame(7, width, height);
   std::vector<unsigned char> image(CameraDecodedAllocation(width, height));
-  Clock::duration decoding{}, reference{};
+  ThreadClock::duration decoding{}, reference{};
   for (auto _ : state) {
-    auto start = Clock::now();
+    auto start = ThreadClock::now();
     int decoded = xoProJpegDec(jpeg.data(), int(jpeg.size()), image.data(), int(image.size()));
-    auto middle = Clock::now();
+    auto middle = ThreadClock::now();
     PlainRawDecode(jpeg);
-    reference += Clock::now() - middle;
+    reference += ThreadClock::now() - middle;
     decoding += middle - start;
     benchmark::DoNotOptimize(decoded);
   }
@@ -103,17 +117,25 @@ void StopCapture() {
   while (CameraThreadRunning.load()) std::this_thread::yield();
 }
 
+double ThreadSeconds(clockid_t clock) {
+  timespec now;
+  clock_gettime(clock, &now);
+  return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+}
+
 // The capture thread runs flat out on the fake device (wait, dequeue, decode,
-// analyse, give back); an iteration is a batch of its analysed frames.
+// analyse, give back); an iteration is a batch of its analysed frames. Its
+// processor time per frame is set against decoding alone; frames per second
+// are wall time and depend on what else runs.
 void BM_CapturePathPerFrame(benchmark::State& state) {
   int width = int(state.range(0)), height = int(state.range(1));
   Bytes jpeg = camera_devices::SimCameraFrame(7, width, height);
   std::vector<unsigned char> image(CameraDecodedAllocation(width, height));
   constexpr int kReferenceFrames = 200;
   constexpr uint32_t kFramesPerIteration = 50;
-  auto start = Clock::now();
+  auto start = ThreadClock::now();
   for (int i = 0; i < kReferenceFrames; ++i) xoProJpegDec(jpeg.data(), int(jpeg.size()), image.data(), int(image.size()));
-  double decodeSeconds = Seconds(Clock::now() - start) / kReferenceFrames;
+  double decodeSeconds = Seconds(ThreadClock::now() - start) / kReferenceFrames;
 
   camera_devices::FakeCamera& camera = camera_devices::FakeCamera::Install();
   camera.SetFrameSource([&jpeg](uint32_t, int, int) { return jpeg; });
@@ -126,20 +148,25 @@ void BM_CapturePathPerFrame(benchmark::State& state) {
   counter.frameCounterVar = &frameCounter;
   counter.changeVar = &change;
   StartCapture(counter);
-  auto captureStart = Clock::now();
+  clockid_t captureClock;
+  pthread_getcpuclockid(CameraThread, &captureClock);
+  auto wallStart = Clock::now();
+  double cpuStart = ThreadSeconds(captureClock);
   uint32_t firstFrame = CameraFrameCount.load();
   for (auto _ : state) {
     uint32_t target = CameraFrameCount.load() + kFramesPerIteration;
     while (CameraFrameCount.load() < target) std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
+  double cpuSeconds = ThreadSeconds(captureClock) - cpuStart;
   double frames = double(CameraFrameCount.load() - firstFrame);
-  double frameSeconds = Seconds(Clock::now() - captureStart) / frames;
+  double wallSeconds = Seconds(Clock::now() - wallStart);
   StopCapture();
   camera_devices::FakeCamera::Uninstall();
   state.SetItemsProcessed(int64_t(frames));
-  state.counters["fps"] = 1 / frameSeconds;
-  state.counters["decode_only_fps"] = 1 / decodeSeconds;
-  state.counters["ratio"] = frameSeconds / decodeSeconds;
+  state.counters["fps"] = frames / wallSeconds;
+  state.counters["capture_us"] = 1e6 * cpuSeconds / frames;
+  state.counters["decode_us"] = 1e6 * decodeSeconds;
+  state.counters["ratio"] = cpuSeconds / frames / decodeSeconds;
 }
 BENCHMARK(BM_CapturePathPerFrame)->Args({320, 240})->Args({640, 480})->UseRealTime()->Unit(benchmark::kMicrosecond);
 

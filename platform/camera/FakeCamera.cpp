@@ -18,6 +18,7 @@ constexpr int kFakeFd = 42;
 constexpr uint32_t kOffsetShift = 20;  // buffer index << shift is its mapping offset
 constexpr uint32_t kUnlimitedGrant = 32;
 constexpr size_t kCompressedSlack = 64 * 1024;  // tiny pictures still have JPEG headers
+constexpr size_t kEventLimit = 4096;              // a simulated camera may run for days
 
 struct FormatEntry {
   uint32_t pixelFormat;
@@ -179,7 +180,7 @@ uint32_t FakeCamera::FramesServed() const {
 
 std::vector<std::string> FakeCamera::Events() const {
   std::lock_guard lock(mutex_);
-  return events_;
+  return {events_.begin(), events_.end()};
 }
 
 uint32_t FakeCamera::RequestedWidth() const {
@@ -227,7 +228,10 @@ bool FakeCamera::ReadyLocked(std::chrono::steady_clock::time_point now) const {
   return streaming_ && !queue_.empty() && FrameAvailable() && (!paced_ || now >= nextFrameDue_);
 }
 
-void FakeCamera::Note(std::string event) { events_.push_back(std::move(event)); }
+void FakeCamera::Note(std::string event) {
+  events_.push_back(std::move(event));
+  if (events_.size() > kEventLimit) events_.pop_front();
+}
 
 uint32_t FakeCamera::BufferLength() const { return uint32_t(size_t(width_) * height_ * 2 + kCompressedSlack); }
 

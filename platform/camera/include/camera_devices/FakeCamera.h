@@ -11,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -79,7 +80,8 @@ class FakeCamera {
   int QueuedBufferCount() const;
   bool IsStreaming() const;
   uint32_t FramesServed() const;
-  std::vector<std::string> Events() const;  // "DQBUF 1", "QBUF 1", "STREAMON", ...
+  // The latest few thousand of "OPEN", "QBUF 1", "DQBUF 1", "STREAMON", ...
+  std::vector<std::string> Events() const;
   uint32_t RequestedWidth() const;
   uint32_t RequestedHeight() const;
   uint32_t RequestedFrameInterval() const;  // denominator of the time per frame
@@ -149,7 +151,7 @@ class FakeCamera {
   std::vector<Buffer> buffers_;
   std::vector<uint32_t> queue_;
   uint32_t sequence_ = 0;
-  std::vector<std::string> events_;
+  std::deque<std::string> events_;
 };
 
 }  // namespace camera_devices
