@@ -70,6 +70,7 @@ void FakeCamera::Reset() {
   pending_.clear();
   source_ = nullptr;
   paced_ = stalled_ = badIndexOnce_ = open_ = streaming_ = starved_ = false;
+  openCount_ = closeCount_ = 0;
   timeoutScale_ = 1.0;
   frameDelay_ = std::chrono::milliseconds(0);
   nextFrameDue_ = {};
@@ -156,6 +157,16 @@ void FakeCamera::ReportBadIndexOnce() {
 bool FakeCamera::IsOpen() const {
   std::lock_guard lock(mutex_);
   return open_;
+}
+
+int FakeCamera::OpenCount() const {
+  std::lock_guard lock(mutex_);
+  return openCount_;
+}
+
+int FakeCamera::CloseCount() const {
+  std::lock_guard lock(mutex_);
+  return closeCount_;
 }
 
 int FakeCamera::MappedBufferCount() const {
@@ -248,6 +259,7 @@ int FakeCamera::DoOpen(const char*, int) {
   if (Fails(FakeStep::Open)) return -1;
   if (open_) return Fail(EBUSY);
   open_ = true;
+  ++openCount_;
   Note("OPEN");
   return kFakeFd;
 }
@@ -257,6 +269,7 @@ int FakeCamera::DoClose(int fd) {
   if (fd != kFakeFd || !open_) return Fail(EBADF);
   // Like the system call, a failing close still releases the descriptor.
   open_ = false;
+  ++closeCount_;
   Note("CLOSE");
   return Fails(FakeStep::Close) ? -1 : 0;
 }

@@ -76,6 +76,8 @@ class FakeCamera {
 
   // What happened, for tests.
   bool IsOpen() const;
+  int OpenCount() const;  // opens and closes since Install
+  int CloseCount() const;
   int MappedBufferCount() const;
   int QueuedBufferCount() const;
   bool IsStreaming() const;
@@ -142,6 +144,8 @@ class FakeCamera {
   uint32_t answerSizeImage_ = 0;
   bool badIndexOnce_ = false;
   bool open_ = false;
+  int openCount_ = 0;
+  int closeCount_ = 0;
   bool streaming_ = false;
   bool starved_ = false;
   uint32_t width_ = 0;
