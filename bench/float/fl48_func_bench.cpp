@@ -133,9 +133,9 @@ long double SweepPoint(const Sweep& s, int i) {
 }
 
 struct Accuracy {
-  double fewestBits = 64;          // relative to the result
+  double fewestBits = 64;  // relative to the result
   long double worstArgument = 0;
-  double fewestScaledBits = 64;    // error against max(1, |result|): for results near zero
+  double fewestScaledBits = 64;  // error against max(1, |result|): for results near zero
   int notNumbers = 0;
 };
 
@@ -168,8 +168,8 @@ void PrintAccuracyTable() {
   std::printf("|---|---|---|---|---|---|\n");
   for (const Sweep& s : kSweeps) {
     const Accuracy a = Measure(s);
-    std::printf("| %s | %Lg .. %Lg%s | %.1f | %.9Lg | %.1f | %d |\n", s.name, s.lo, s.hi,
-                s.logarithmic ? " (log)" : "", a.fewestBits, a.worstArgument, a.fewestScaledBits, a.notNumbers);
+    std::printf("| %s | %Lg .. %Lg%s | %.1f | %.9Lg | %.1f | %d |\n", s.name, s.lo, s.hi, s.logarithmic ? " (log)" : "",
+                a.fewestBits, a.worstArgument, a.fewestScaledBits, a.notNumbers);
   }
   std::fflush(stdout);
 }

@@ -109,11 +109,16 @@ void WriteZero(char* dst, int32_t width) {
 
 const char* SpecialText(int32_t field) {
   switch (field) {
-    case FL48_CODE_UNDEFINED: return "?UNDEFINED";
-    case FL48_CODE_NAN: return "?NAN";
-    case FL48_CODE_OVERFLOW: return "?OVERFLOW";
-    case FL48_CODE_LOST: return "?LOST";
-    default: return "?CORRUPTED";
+    case FL48_CODE_UNDEFINED:
+      return "?UNDEFINED";
+    case FL48_CODE_NAN:
+      return "?NAN";
+    case FL48_CODE_OVERFLOW:
+      return "?OVERFLOW";
+    case FL48_CODE_LOST:
+      return "?LOST";
+    default:
+      return "?CORRUPTED";
   }
 }
 
@@ -186,9 +191,7 @@ int32_t TakeLeadingDigit(FL64& v) {
   return digit;
 }
 
-uint64_t MantissaBits(const FL64& v) {
-  return (uint64_t{v.mant[0]} << 32) | (uint64_t{v.mant[1]} << 16) | v.mant[2];
-}
+uint64_t MantissaBits(const FL64& v) { return (uint64_t{v.mant[0]} << 32) | (uint64_t{v.mant[1]} << 16) | v.mant[2]; }
 
 // ---- Rounded digits ----
 

@@ -85,14 +85,17 @@ TEST(FL48Coefficients, EachEntryIsTheNearestFL48OfItsDecimal) {
       {"Log D", FL48_LogCofD, {"11.2873587", "45.2279146", "82.9875267", "71.1544751", "23.125162"}},
       {"Exp N", FL48_ExpCofN, {"0.000126177193", "0.0302994408", "1"}},
       {"Exp D", FL48_ExpCofD, {"3.00198505e-06", "0.0025244834", "0.227265548", "2"}},
-      {"Sin", FL48_SinCof,
+      {"Sin",
+       FL48_SinCof,
        {"1.58962302e-10", "-2.50507478e-08", "2.75573136e-06", "-0.000198412698", "0.00833333334", "-0.166666667"}},
-      {"Cos", FL48_CosCof,
+      {"Cos",
+       FL48_CosCof,
        {"-1.13585365e-11", "2.08757008e-09", "-2.75573142e-07", "2.48015873e-05", "-0.00138888889", "0.0416666667",
         "-0.5"}},
       {"Tan N", FL48_TanCofN, {"-13093.6939", "1153516.65", "-17956525.2"}},
       {"Tan D", FL48_TanCofD, {"13681.2963", "-1320892.34", "25008380.2", "-53869575.6"}},
-      {"Asin1 N", FL48_AsinCof1N,
+      {"Asin1 N",
+       FL48_AsinCof1N,
        {"0.00425301137", "-0.601959801", "5.44462239", "-16.2624797", "19.5626198", "-8.1980898"}},
       {"Asin1 D", FL48_AsinCof1D, {"-14.7409137", "70.4961028", "-147.179129", "139.510561", "-49.1885388"}},
       {"Asin2 N", FL48_AsinCof2N, {"0.00296772196", "-0.563424278", "6.96871082", "-25.5690105", "28.5366555"}},
@@ -162,7 +165,8 @@ TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
   for (const SpecialCase& c : cases) {
     const FL48 result = Apply(c.f, c.x);
     // A special's mantissa words carry nothing, so only word 0 counts then.
-    const bool same = IsNumber(c.expected) ? fl48test::SameWords(result, c.expected) : result.expWord == c.expected.expWord;
+    const bool same =
+        IsNumber(c.expected) ? fl48test::SameWords(result, c.expected) : result.expWord == c.expected.expWord;
     EXPECT_TRUE(same) << c.name << ": " << Describe(result) << ", expected " << Describe(c.expected);
   }
 }
@@ -183,6 +187,21 @@ TEST(FL48Functions, ExpJustBelowSaturationIsInRange) {
     ASSERT_TRUE(IsNumber(r)) << Describe(r);
     const double log2Result = double(int(fl48test::Field(r)) - FL48_EXP_BIAS - 32) + std::log2(double(Mant(r)));
     EXPECT_NEAR(log2Result, double(Value(Nearest(x))) / std::log(2.0), 1e-4) << double(x);
+  }
+}
+
+// Any bit pattern: no crash, and never a corrupted code (5..255) out.
+TEST(FL48Functions, AnyRecordGivesANumberOrADocumentedCode) {
+  const Function all[] = {FL48_Ln,   FL48_Log10,   FL48_Exp,     FL48_Exp10,  FL48_Sin,  FL48_Cos,
+                          FL48_Tan,  FL48_Sin360,  FL48_Cos360,  FL48_Tan360, FL48_Asin, FL48_Acos,
+                          FL48_Atan, FL48_Asin360, FL48_Acos360, FL48_Atan360};
+  fl48test::RandomNumbers random(8);
+  for (int i = 0; i < 3000; ++i) {
+    const FL48 x = Make(random.Word16(), random.Word32());
+    for (Function f : all) {
+      const unsigned field = fl48test::Field(Apply(f, x));
+      ASSERT_TRUE(field <= FL48_CODE_LOST || field >= FL48_EXP_MIN) << Describe(x) << " gave field " << field;
+    }
   }
 }
 
@@ -275,8 +294,8 @@ struct Sweep {
   Function f;
   Reference reference;
   long double lo, hi;
-  double bits;        // required correct bits
-  bool nearZeroScale; // error measured against max(1, |result|)
+  double bits;         // required correct bits
+  bool nearZeroScale;  // error measured against max(1, |result|)
   bool logarithmic;
 };
 
@@ -328,8 +347,8 @@ TEST(FL48Functions, SweepsAgreeWithTheCLibrary) {
     long double worst = 0;
     for (int i = 0; i < kPoints; ++i) {
       const long double t = (long double)i / (kPoints - 1);
-      const long double v = s.logarithmic ? std::exp(std::log(s.lo) + t * (std::log(s.hi) - std::log(s.lo)))
-                                          : s.lo + t * (s.hi - s.lo);
+      const long double v =
+          s.logarithmic ? std::exp(std::log(s.lo) + t * (std::log(s.hi) - std::log(s.lo))) : s.lo + t * (s.hi - s.lo);
       if (v == 0) continue;
       const FL48 arg = Nearest(v);
       const long double expected = s.reference(Value(arg));

@@ -248,12 +248,12 @@ TEST(FL48ConvToText, FixedAndIntegerFieldsAreRightAlignedWithASignPosition) {
 
 TEST(FL48ConvToText, ExactHalvesRoundAwayFromZero) {
   ExpectTexts({
-      {Make(0x2002, 0xA0000000), "####", "   3"},                     // 2.5
-      {Make(0xA002, 0xA0000000), "####", "  -3"},                     // -2.5
-      {Make(0x1FFE, 0x80000000), "##.##", " 0.13"},                    // 0.125
-      {Make(0x2002, 0xC9000000), "##.#####", " 3.14063"},              // 3.140625
-      {Make(0x2005, 0xC8000000), "#.#^^#", "  3E+1"},                // 25
-      {Make(0x201F, 0x932C05A5), "###########", " 1234567891"},      // 1234567890.5
+      {Make(0x2002, 0xA0000000), "####", "   3"},                // 2.5
+      {Make(0xA002, 0xA0000000), "####", "  -3"},                // -2.5
+      {Make(0x1FFE, 0x80000000), "##.##", " 0.13"},              // 0.125
+      {Make(0x2002, 0xC9000000), "##.#####", " 3.14063"},        // 3.140625
+      {Make(0x2005, 0xC8000000), "#.#^^#", "  3E+1"},            // 25
+      {Make(0x201F, 0x932C05A5), "###########", " 1234567891"},  // 1234567890.5
   });
 }
 
@@ -316,7 +316,7 @@ TEST(FL48ConvToText, SignificanceModePrintsOnlyJustifiedDigits) {
   ExpectTexts({
       {twelveBits, "^###.#####", "   3.14100"},
       {twelveBits, "###.#####", "  3.14063"},  // without '^' the full ten digits
-      {exact, "^###.#####", "   3.14063"},      // the exact flag justifies every digit
+      {exact, "^###.#####", "   3.14063"},     // the exact flag justifies every digit
       {eightBits, "^######", " 123000"},
       {eightBits, "^.####^^##", " 1.230E+05"},
       {Make(0x201F, 0x00000001), "^.##^^#", " 5.0E-1"},  // 0.5 with one valid bit: one digit
