@@ -466,7 +466,9 @@ int FakeCamera::DoSelect(int fdCount, fd_set* readFds, struct timeval* timeout) 
   if (Fails(FakeStep::Select)) return -1;
   if (fdCount <= kFakeFd || !FD_ISSET(kFakeFd, readFds)) return Fail(EINVAL);
   auto start = std::chrono::steady_clock::now();
-  auto limit = std::chrono::microseconds(int64_t(timeout->tv_sec) * 1000000 + timeout->tv_usec);
+  // No time-out means waiting for good; an hour stands in for that.
+  auto limit = timeout ? std::chrono::microseconds(int64_t(timeout->tv_sec) * 1000000 + timeout->tv_usec)
+                       : std::chrono::microseconds(std::chrono::hours(1));
   auto deadline = start + std::chrono::duration_cast<std::chrono::microseconds>(limit * timeoutScale_);
   auto earliest = start + frameDelay_;
   for (;;) {

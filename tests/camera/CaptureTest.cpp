@@ -230,7 +230,7 @@ TEST_F(CameraCaptureTest, SlowFrameReportsItsCaptureTime) {
   camera_->ScaleSelectTimeout(0.05);
   Start();
   Finish();
-  EXPECT_THAT(out_, HasSubstr("Camera Frame Capture Took 3"));
+  EXPECT_THAT(out_, testing::ContainsRegex("Camera Frame Capture Took [0-9]+ ms!\n"));
 }
 
 TEST_F(CameraCaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) {
