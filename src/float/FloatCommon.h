@@ -13,7 +13,14 @@
 
 #include "kavri/FL48.h"
 
+// Internal to the library: hidden, so that calls between its files are
+// direct and never go through the dynamic symbol table.
+#pragma GCC visibility push(hidden)
+
 namespace kavri::fl {
+
+// The operations' bodies are inlined into each exported entry point.
+#define KAVRI_FL_INLINE inline __attribute__((always_inline))
 
 // ---- Word 0 ----
 
@@ -196,7 +203,7 @@ inline bool wideDropsOnes(const U128& p, int s) { return (p.lo & ((uint64_t(1) <
 // position of its leading bit is predicted from the factors and, with
 // FL_OptionExactRoundUp, checked once. Returns 1 when nothing was dropped.
 template <class R>
-inline MantOf<R> mantissaProduct(MantOf<R> a, MantOf<R> b, int32_t& exp, int& exact) {
+KAVRI_FL_INLINE MantOf<R> mantissaProduct(MantOf<R> a, MantOf<R> b, int32_t& exp, int& exact) {
   int za = countZeroMsb<R>(a), zb = countZeroMsb<R>(b);
   int z = za + zb;
   auto product = wideMul(a, b);
@@ -339,12 +346,45 @@ inline int mantissaMul10(R& x) {
   return (product >> kBitsOf<R>) != 0;
 }
 
-// Long division of the normalised mantissas, shifted so that the quotient
-// keeps as many leading zeros as the less precise operand, like the product.
-// A zero divisor mantissa (a cancelled difference) pushes the counter beyond
-// every exponent, so that the caller's range check makes the result overflow.
+// Beyond every exponent field: what a zero divisor mantissa adds to the counter.
 inline constexpr int32_t kDivideByZeroExponentStep = 0x10000;
 
+// floor(a * 2^shift / b) and whether nothing remains, for a < 2^32,
+// 2^31 <= b < 2^32, shift <= 32 and a quotient below 2^32. Where 64-bit
+// integer division is an instruction it is used as it stands; on 32-bit ARM
+// it is a slow library call, so there the hardware double division estimates
+// the quotient to within one and the integer remainder corrects it, which
+// gives the same exact floor.
+inline uint32_t longDivide(uint32_t a, int shift, uint32_t b, int& exact) {
+  uint64_t numerator = uint64_t(a) << shift;
+#if UINTPTR_MAX > 0xFFFFFFFFu
+  exact = numerator % b == 0;
+  return uint32_t(numerator / b);
+#else
+  uint64_t scaleBits = uint64_t(1023 + shift) << 52;  // 2^shift as a double
+  double scale;
+  std::memcpy(&scale, &scaleBits, sizeof scale);
+  double estimate = std::min(double(a) * scale / double(b), 4294967295.0);
+  uint32_t q = uint32_t(estimate);
+  uint64_t product = uint64_t(q) * b;
+  if (product > numerator) {
+    --q;
+    product -= b;
+  }
+  uint64_t remainder = numerator - product;
+  if (remainder >= b) {
+    ++q;
+    remainder -= b;
+  }
+  exact = remainder == 0;
+  return q;
+#endif
+}
+
+// Division of the normalised mantissas, shifted so that the quotient keeps as
+// many leading zeros as the less precise operand, like the product. A zero
+// divisor mantissa (a cancelled difference) pushes the counter beyond every
+// exponent, so that the caller's range check makes the result overflow.
 inline uint32_t mantissaQuotient(uint32_t dividend, uint32_t divisor, int32_t& exp, int& exact) {
   exact = 1;
   if (divisor == 0) {
@@ -357,10 +397,8 @@ inline uint32_t mantissaQuotient(uint32_t dividend, uint32_t divisor, int32_t& e
   int keptZeros = std::max(za, zb);
   uint32_t a = dividend << za, b = divisor << zb;
   int quotientAboveOne = a >= b;
-  uint64_t numerator = uint64_t(a) << (32 - quotientAboveOne - keptZeros);
   exp += quotientAboveOne + keptZeros + zb - za;
-  exact = numerator % b == 0;
-  return uint32_t(numerator / b);
+  return longDivide(a, 32 - quotientAboveOne - keptZeros, b, exact);
 }
 
 inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
@@ -378,7 +416,7 @@ inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
 // one signed 64-bit sum so that the signs and exponents of real data, which
 // are unpredictable, cost no branches.
 template <class R>
-inline void addOrSubtract(R& a, const R& b, bool subtract) {
+KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
   if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, subtract ? '-' : '+');
     return;
@@ -429,7 +467,7 @@ inline void finishProductOrQuotient(R& a, const R& b, int32_t exp, int exact, Ma
 }
 
 template <class R>
-inline void multiply(R& a, const R& b) {
+KAVRI_FL_INLINE void multiply(R& a, const R& b) {
   if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, '*');
     return;
@@ -440,7 +478,7 @@ inline void multiply(R& a, const R& b) {
   finishProductOrQuotient(a, b, exp, exact, m);
 }
 
-inline void divide(FL48& a, const FL48& b) {
+KAVRI_FL_INLINE void divide(FL48& a, const FL48& b) {
   if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, '/');
     return;
@@ -452,5 +490,7 @@ inline void divide(FL48& a, const FL48& b) {
 }
 
 }  // namespace kavri::fl
+
+#pragma GCC visibility pop
 
 #endif  // KAVRI_FLOAT_COMMON_H

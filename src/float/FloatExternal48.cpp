@@ -27,8 +27,7 @@ void newtonRootStep(const FL48& a, FL48& y) {
   FL48 t = a;
   divide(t, y);
   addOrSubtract(t, y, false);
-  t.expWord = uint16_t(t.expWord - 1);
-  y = t;
+  storeNumber(y, t.expWord - 1u, loadMant(t));
 }
 
 struct Difference {

@@ -271,6 +271,25 @@ TEST_F(FL48RandomArithmetic, QuotientIsTheTruncatedExactQuotient) {
   }
 }
 
+// a * 2^32 / b = q + (b - 1) / b: the quotient lies just below an integer,
+// where an estimate of the quotient rounds up. b odd, q + 1 = 1 / b modulo
+// 2^32 makes a * 2^32 = (q + 1) * b - 1 exactly.
+TEST_F(FL48RandomArithmetic, QuotientJustBelowAnIntegerIsNotRoundedUp) {
+  int checked = 0;
+  while (checked < 2000) {
+    uint32_t b = random_.Word32() | 0x80000001u;
+    uint32_t inverse = b;  // Newton steps for the inverse modulo 2^32
+    for (int i = 0; i < 5; ++i) inverse *= 2 - b * inverse;
+    uint64_t scaled = uint64_t(inverse) * b - 1;  // (q + 1) * b - 1
+    uint32_t a = uint32_t(scaled >> 32);
+    if ((scaled & 0xFFFFFFFFu) != 0 || a < 0x80000000u || a >= b) continue;
+    FL48 q = Quotient(Make(0x2001, a), Make(0x2001, b));
+    ASSERT_EQ(Mant(q), inverse - 1) << std::hex << a << " / " << b;
+    ASSERT_EQ(Field(q), 0x2000u);
+    ++checked;
+  }
+}
+
 TEST_F(FL48RandomArithmetic, SquareOfTheRootIsCloseToTheArgument) {
   for (int i = 0; i < kRounds; ++i) {
     FL48 x = random_.Normal(0x0200, 0x3E00);
