@@ -206,7 +206,7 @@ struct Decimal {
 
 class DigitSource {
  public:
-  DigitSource(const FL48& x) : x_(x) {
+  explicit DigitSource(const FL48& x) : x_(x) {
     FL48_ConvToExtended(&scaled_, &x);
     scaled_.expWord &= static_cast<uint16_t>(~(FL48_SIGN_BIT | FL48_EXACT_BIT));
     exponent_ = ScaleToLeadingDigit(scaled_);
