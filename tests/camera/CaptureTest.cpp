@@ -362,3 +362,37 @@ TEST_F(CameraCaptureTest, NewSetupEndsTheRunningCaptureFirst) {
 }
 
 }  // namespace
+
+namespace {
+
+// The system calls behind the seam, on nodes every machine has.
+TEST(CameraRealDeviceTest, NodesThatAreNoCameraEndTheThreadWithTheirStep) {
+  struct Case {
+    const char* path;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"/nonexistent/video0", "Camera Error at stat camera device error 2, "},
+      {"/proc/self/cmdline", "Camera Error at stat: not a device error"},
+      {"/dev/null", "Camera Error at VIDIOC_QUERYCAP error"},
+  };
+  CameraAnalysisDeliverFrame deliver{};
+  deliver.base.type = CameraAnalysisTypeDeliverFrame;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    CameraUseDevice(c.path);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    CameraSetup(&deliver.base);
+    bool ended = WaitFor([] { return !CameraThreadRunning.load(); });
+    testing::internal::GetCapturedStdout();
+    std::string errors = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(ended);
+    EXPECT_THAT(errors, HasSubstr(c.message));
+    EXPECT_EQ(CameraDeviceHandle, -1);
+  }
+  CameraUseDevice(nullptr);
+  EXPECT_STREQ(CameraGetDevicePath(), "/dev/video0");
+}
+
+}  // namespace
