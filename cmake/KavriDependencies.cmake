@@ -5,6 +5,10 @@ find_package(JPEG REQUIRED)
 find_package(PkgConfig)
 
 if(CMAKE_CROSSCOMPILING)
+  # Debian keeps libjpeg's jconfig.h in the multiarch include folder, which
+  # the cross compiler does not search in our sysroot.
+  set_property(TARGET JPEG::JPEG APPEND PROPERTY INTERFACE_INCLUDE_DIRECTORIES
+               ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET})
   set(KAVRI_SDL2_INCLUDE_DIRS ${KAVRI_SYSROOT}/usr/include/SDL2
       ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET}/SDL2)
   find_library(KAVRI_SDL2_LIB SDL2-2.0 PATHS ${KAVRI_SYSROOT_LIBDIRS} NO_DEFAULT_PATH)

@@ -1,11 +1,11 @@
 #include "HostOptions.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
+
+#include "ParseNumber.h"
 
 namespace {
 
@@ -28,25 +28,16 @@ const char kUsage[] =
     "                      each time a program updates it\n"
     "  --help              this text\n";
 
-bool ParseInt(const char* text, long low, long high, int& value) {
-  errno = 0;
-  char* end = nullptr;
-  long parsed = strtol(text, &end, 0);
-  if (errno || end == text || *end || parsed < low || parsed > high) return false;
-  value = static_cast<int>(parsed);
-  return true;
-}
-
 }  // namespace
 
 std::optional<HostOptions> ParseHostOptions(int argc, char** argv, int& exitCode) {
   HostOptions options;
   using Setter = std::function<bool(const char*)>;
   const std::map<std::string, Setter> setters = {
-      {"--port", [&](const char* v) { return ParseInt(v, 1, 65535, options.port); }},
-      {"--camera-port", [&](const char* v) { return ParseInt(v, 1, 65535, options.cameraPort); }},
+      {"--port", [&](const char* v) { return ParseIntInRange(v, 1, 65535, options.port); }},
+      {"--camera-port", [&](const char* v) { return ParseIntInRange(v, 1, 65535, options.cameraPort); }},
       {"--programs", [&](const char* v) { return (options.programs = v), !options.programs.empty(); }},
-      {"--debug-flags", [&](const char* v) { return ParseInt(v, 0, 0x7FFFFFFF, options.debugFlags); }},
+      {"--debug-flags", [&](const char* v) { return ParseIntInRange(v, 0, 0x7FFFFFFF, options.debugFlags); }},
       {"--debug-file", [&](const char* v) { return (options.debugFile = v), true; }},
       {"--camera-file", [&](const char* v) { return (options.cameraFile = v), true; }},
       {"--sysversion", [&](const char* v) { return (options.sysVersionFile = v), true; }},

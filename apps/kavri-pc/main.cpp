@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "ParseNumber.h"
 #include "PcCommands.h"
 
 namespace {
@@ -30,15 +31,6 @@ void PrintUsage(FILE* out) {
   for (const PcCommand& command : PcCommands()) fprintf(out, "  %-10s %s\n", command.name, command.summary);
 }
 
-bool ParsePort(const char* text, int low, int high, int& value) {
-  errno = 0;
-  char* end = nullptr;
-  long parsed = strtol(text, &end, 10);
-  if (errno || end == text || *end || parsed < low || parsed > high) return false;
-  value = static_cast<int>(parsed);
-  return true;
-}
-
 // Returns 0 to go on, or the exit code.
 int ParseOptions(int argc, char** argv, PcOptions& options) {
   for (int i = 1; i < argc; ++i) {
@@ -51,9 +43,9 @@ int ParseOptions(int argc, char** argv, PcOptions& options) {
       options.json = true;
     } else if (word == "--host" && hasValue) {
       options.host = argv[++i];
-    } else if (word == "--port" && hasValue && ParsePort(argv[i + 1], 1, 65535, options.port)) {
+    } else if (word == "--port" && hasValue && ParseIntInRange(argv[i + 1], 1, 65535, options.port)) {
       ++i;
-    } else if (word == "--timeout" && hasValue && ParsePort(argv[i + 1], 1, 3600, options.timeoutSeconds)) {
+    } else if (word == "--timeout" && hasValue && ParseIntInRange(argv[i + 1], 1, 3600, options.timeoutSeconds)) {
       ++i;
     } else if (word[0] != '-' && options.command.empty()) {
       options.command = word;
