@@ -173,10 +173,9 @@ inline void shiftRightOneAdjustExponent(R& x, MantOf<R> m) {
 // ---- Full products ----
 
 inline uint64_t wideMul(uint32_t a, uint32_t b) { return uint64_t(a) * b; }
-inline bool wideBitFromTop(uint64_t p, int pos) { return (p >> (63 - pos)) & 1; }
 // The 32 bits that start s bits below the top (s = 0..32).
 inline uint32_t wideTop(uint64_t p, int s) { return uint32_t(p >> (32 - s)); }
-inline bool wideDropsOnes(uint64_t p, int s) { return (p & ((uint64_t(1) << (32 - s)) - 1)) != 0; }
+inline bool wideDropsOnes(uint64_t p, int s) { return uint32_t(uint64_t(uint32_t(p)) << s) != 0; }
 
 // 48 x 48 bits from 32-bit pieces; the product occupies bits 95..0.
 inline U128 wideMul(uint64_t a, uint64_t b) {
@@ -187,10 +186,6 @@ inline U128 wideMul(uint64_t a, uint64_t b) {
   uint64_t carry = lo < low;
   return U128{aHi * bHi + (middle >> 32) + carry, lo};
 }
-inline bool wideBitFromTop(const U128& p, int pos) {
-  int bit = 95 - pos;
-  return bit >= 64 ? (p.hi >> (bit - 64)) & 1 : (p.lo >> bit) & 1;
-}
 // The 48 bits that start s bits below the top (s = 0..48).
 inline uint64_t wideTop(const U128& p, int s) {
   int r = 48 - s;
@@ -199,18 +194,31 @@ inline uint64_t wideTop(const U128& p, int s) {
 }
 inline bool wideDropsOnes(const U128& p, int s) { return (p.lo & ((uint64_t(1) << (48 - s)) - 1)) != 0; }
 
+// Leading zeros of a non-zero full product.
+inline int wideCountZeros(uint64_t p) { return __builtin_clzll(p); }
+inline int wideCountZeros(const U128& p) { return p.hi ? __builtin_clzll(p.hi) - 32 : 32 + __builtin_clzll(p.lo); }
+
 // The product keeps as many leading zeros as the less precise factor; the
 // position of its leading bit is predicted from the factors and, with
-// FL_OptionExactRoundUp, checked once. Returns 1 when nothing was dropped.
+// FL_OptionExactRoundUp, checked once. Returns the shift that takes the
+// mantissa from the full product.
 template <class R>
-KAVRI_FL_INLINE MantOf<R> mantissaProduct(MantOf<R> a, MantOf<R> b, int32_t& exp, int& exact) {
+inline int productShift(MantOf<R> a, MantOf<R> b, const typename Format<R>::Wide& product) {
   int za = countZeroMsb<R>(a), zb = countZeroMsb<R>(b);
   int z = za + zb;
+  if (FL_OptionExactRoundUp != 0 && z < 2 * kBitsOf<R>) {
+    // The product has z or z + 1 leading zeros: testing the bit at z and
+    // counting them agree. A zero product has no leading bit to test.
+    z = (a != 0 && b != 0) ? wideCountZeros(product) : z + 1;
+  }
+  return z - std::max(za, zb);
+}
+
+// exact: no 1 bit of the full product was dropped.
+template <class R>
+inline MantOf<R> mantissaProduct(MantOf<R> a, MantOf<R> b, int32_t& exp, int& exact) {
   auto product = wideMul(a, b);
-  bool predicted = z < 2 * kBitsOf<R>;
-  // Branch-free: whether the predicted bit is 0 is data, not control.
-  int oneMore = (FL_OptionExactRoundUp != 0) & predicted & !wideBitFromTop(product, predicted ? z : 0);
-  int shift = z + oneMore - std::max(za, zb);
+  int shift = productShift<R>(a, b, product);
   exp -= shift;
   exact = !wideDropsOnes(product, shift);
   return MantOf<R>(wideTop(product, shift));
@@ -434,18 +442,16 @@ KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
   }
   unsigned head = (a.expWord & ~FL48_EXP_MASK) | unsigned(field);
   bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
-  int64_t flip = -int64_t(unlike);  // all ones to subtract
-  int64_t sum = int64_t(ma) + ((int64_t(mb) ^ flip) - flip);
+  int64_t sum = int64_t(ma) + (unlike ? -int64_t(mb) : int64_t(mb));
   int64_t borrow = sum >> 63;  // all ones after a borrow
   uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
   head ^= unsigned(borrow & FL48_SIGN_BIT);
   unsigned carry = unsigned(magnitude >> kBitsOf<R>);
   head &= ~((carry & unsigned(magnitude)) << 14);  // a 1 shifted out: no longer exact
   magnitude >>= carry;
-  if (carry & (fieldOf(uint16_t(head)) >= FL48_EXP_MAX)) [[unlikely]] {
-    head = FL48_CODE_OVERFLOW;
-  } else {
-    head += carry;
+  head += carry;
+  if (field >= FL48_EXP_MAX) [[unlikely]] {  // only here can a carry overflow
+    if (carry) head = FL48_CODE_OVERFLOW;
   }
   storeNumber(a, head, MantOf<R>(magnitude));
 }
@@ -466,16 +472,36 @@ inline void finishProductOrQuotient(R& a, const R& b, int32_t exp, int exact, Ma
   storeNumber(a, head, m);
 }
 
+// a = a * b, the mantissa taken from the full product `shift` bits below its top.
+template <class R>
+KAVRI_FL_INLINE void storeProduct(R& a, const R& b, const typename Format<R>::Wide& product, int shift) {
+  int32_t exp = int32_t(fieldOf(a)) + int32_t(fieldOf(b)) - FL48_EXP_BIAS - shift;
+  int exact = !wideDropsOnes(product, shift);
+  finishProductOrQuotient(a, b, exp, exact, MantOf<R>(wideTop(product, shift)));
+}
+
+template <class R>
+[[gnu::noinline]] void multiplyAnyFactors(R& a, const R& b) {
+  MantOf<R> ma = loadMant(a), mb = loadMant(b);
+  auto product = wideMul(ma, mb);
+  storeProduct(a, b, product, productShift<R>(ma, mb, product));
+}
+
+// Normalised factors, the usual case, take a path of their own without calls:
+// their product has 0 or 1 leading zero, which the rule reduces to counting.
 template <class R>
 KAVRI_FL_INLINE void multiply(R& a, const R& b) {
   if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, '*');
     return;
   }
-  int32_t exp = int32_t(fieldOf(a)) + int32_t(fieldOf(b)) - FL48_EXP_BIAS;
-  int exact;
-  MantOf<R> m = mantissaProduct<R>(loadMant(a), loadMant(b), exp, exact);
-  finishProductOrQuotient(a, b, exp, exact, m);
+  MantOf<R> ma = loadMant(a), mb = loadMant(b);
+  if (!(ma & mb & kMantTop<R>) || FL_OptionExactRoundUp == 0) [[unlikely]] {
+    multiplyAnyFactors(a, b);
+    return;
+  }
+  auto product = wideMul(ma, mb);
+  storeProduct(a, b, product, wideCountZeros(product));
 }
 
 KAVRI_FL_INLINE void divide(FL48& a, const FL48& b) {
