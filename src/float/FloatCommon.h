@@ -289,6 +289,10 @@ inline bool bothNumbers(const R& a, const R& b) {
   return isNumberField(fieldOf(a)) & isNumberField(fieldOf(b));
 }
 
+inline int handleSpecialUnary(FL48& a, int op) {
+  return applySpecial(a, a, unarySpecial(fieldOf(a), isNegative(a), op));
+}
+
 template <class R>
 inline int handleSpecialBinary(R& a, const R& b, int op) {
   if (bothNumbers(a, b)) [[likely]] return 0;

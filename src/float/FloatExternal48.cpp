@@ -5,8 +5,6 @@ using namespace kavri::fl;
 
 namespace {
 
-int handleSpecialUnary(FL48& a, int op) { return applySpecial(a, a, unarySpecial(fieldOf(a), isNegative(a), op)); }
-
 // y = m * SqrtApr2 + SqrtApr1 for the mantissa m in [0.5, 1), scaled by the
 // square root of the rest of a's exponent.
 FL48 firstRootEstimate(const FL48& a) {
@@ -37,6 +35,7 @@ struct Difference {
   bool negative;
 };
 
+// a - b exactly as FL48_Sub forms it, on a copy.
 Difference difference(const FL48* a, const FL48* b) {
   FL48 d = *a;
   addOrSubtract(d, *b, true);
@@ -49,6 +48,7 @@ uint32_t twiceMagnitude(uint32_t m, int32_t e) {
   return e <= 31 ? m >> (31 - e) : uint32_t(uint64_t(m) << (e - 31));
 }
 
+// |a| rounded up to the next integer: all ones below the integer bits first.
 uint32_t magnitudeRoundedAway(uint32_t m, int32_t e) {
   if (e >= 32) return uint32_t(uint64_t(m) << (e - 32));
   uint64_t fractionOnes = (uint64_t(1) << (32 - e)) - 1;

@@ -59,7 +59,7 @@ void FL48_INT_MantissaClear(FL48* x) { storeMant(*x, 0); }
 int32_t FL48_INT_HandleExpSpecialBinary(FL48* a, const FL48* b, int32_t op) { return handleSpecialBinary(*a, *b, op); }
 
 int32_t FL48_INT_HandleExpSpecialUnary(FL48* a, int32_t op) {
-  return applySpecial(*a, *a, unarySpecial(fieldOf(*a), isNegative(*a), op));
+  return handleSpecialUnary(*a, op);
 }
 
 uint16_t FL48_Internal_SplitIntFrac(FL48* x) {
