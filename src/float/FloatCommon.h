@@ -421,18 +421,21 @@ inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
 
 // ---- Operations common to both formats ----
 
-// a = a + b (subtract: a - b). Not normalised afterwards: cancellation keeps
-// its leading zeros, which is how the number of valid bits travels.
-// The steps are those of the primitives (align the smaller operand, add or
-// subtract the magnitudes, negate after a borrow, shift a carry back in), in
-// one signed 64-bit sum so that the signs and exponents of real data, which
-// are unpredictable, cost no branches.
+// A number held in registers: word 0 and the mantissa.
 template <class R>
-KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
-  if (!bothNumbers(a, b)) [[unlikely]] {
-    applyBinarySpecial(a, b, subtract ? '-' : '+');
-    return;
-  }
+struct Number {
+  unsigned head;
+  MantOf<R> mant;
+};
+
+// a + b (subtract: a - b) of two numbers (fields of 256 or more). Not
+// normalised afterwards: cancellation keeps its leading zeros, which is how
+// the number of valid bits travels. The steps are those of the primitives
+// (align the smaller operand, add or subtract the magnitudes, negate after a
+// borrow, shift a carry back in), in one signed 64-bit sum so that the signs
+// and exponents of real data, which are unpredictable, cost no branches.
+template <class R>
+KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
   int32_t fa = int32_t(fieldOf(a)), fb = int32_t(fieldOf(b));
   int32_t field = std::max(fa, fb);
   uint64_t ma = loadMant(a), mb = loadMant(b);
@@ -444,7 +447,7 @@ KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
     ma = shiftA ? 0 : ma;
     mb = shiftB ? 0 : mb;
   }
-  unsigned head = (a.expWord & ~FL48_EXP_MASK) | unsigned(field);
+  unsigned head = (a.expWord & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
   bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
   int64_t sum = int64_t(ma) + (unlike ? -int64_t(mb) : int64_t(mb));
   int64_t borrow = sum >> 63;  // all ones after a borrow
@@ -457,7 +460,17 @@ KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
   if (field >= FL48_EXP_MAX) [[unlikely]] {  // only here can a carry overflow
     if (carry) head = FL48_CODE_OVERFLOW;
   }
-  storeNumber(a, head, MantOf<R>(magnitude));
+  return {head, MantOf<R>(magnitude)};
+}
+
+template <class R>
+KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
+  if (!bothNumbers(a, b)) [[unlikely]] {
+    applyBinarySpecial(a, b, subtract ? '-' : '+');
+    return;
+  }
+  Number<R> sum = sumOfNumbers(a, b, subtract);
+  storeNumber(a, sum.head, sum.mant);
 }
 
 // a = the product or quotient m with the exponent counter exp.

@@ -35,12 +35,20 @@ struct Difference {
   bool negative;
 };
 
-// a - b exactly as FL48_Sub forms it, on a copy.
+Difference describe(unsigned head, uint32_t mant) {
+  unsigned field = fieldOf(uint16_t(head));
+  return {!isNumberField(field), field == FL48_CODE_UNDERFLOW, mant == 0, (head & FL48_SIGN_BIT) != 0};
+}
+
+// a - b exactly as FL48_Sub forms it, without writing a record.
 Difference difference(const FL48* a, const FL48* b) {
+  if (bothNumbers(*a, *b)) [[likely]] {
+    Number<FL48> d = sumOfNumbers(*a, *b, true);
+    return describe(d.head, d.mant);
+  }
   FL48 d = *a;
-  addOrSubtract(d, *b, true);
-  unsigned field = fieldOf(d);
-  return {!isNumberField(field), field == FL48_CODE_UNDERFLOW, loadMant(d) == 0, isNegative(d)};
+  applyBinarySpecial(d, *b, '-');
+  return describe(d.expWord, loadMant(d));
 }
 
 // 2|a| truncated, a with |a| < 2^15 and e = field - 8192 >= 0.
