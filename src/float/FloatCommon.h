@@ -421,6 +421,17 @@ inline int mantissaDiv(FL48& dst, const FL48& src, int32_t& exp) {
 
 // ---- Operations common to both formats ----
 
+// v or -v without a branch (the sign of real data is unpredictable), in the
+// form that each target's compiler turns into straight-line code.
+inline int64_t negatedIf(int64_t v, bool negate) {
+#if defined(__arm__)
+  int64_t mask = -int64_t(negate);
+  return (v ^ mask) - mask;
+#else
+  return negate ? -v : v;
+#endif
+}
+
 // A number held in registers: word 0 and the mantissa.
 template <class R>
 struct Number {
@@ -449,7 +460,7 @@ KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
   }
   unsigned head = (a.expWord & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
   bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
-  int64_t sum = int64_t(ma) + (unlike ? -int64_t(mb) : int64_t(mb));
+  int64_t sum = int64_t(ma) + negatedIf(int64_t(mb), unlike);
   int64_t borrow = sum >> 63;  // all ones after a borrow
   uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
   head ^= unsigned(borrow & FL48_SIGN_BIT);
