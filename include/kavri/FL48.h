@@ -99,7 +99,10 @@ int32_t FL48_INT_MantissaAddWord(FL48* x, uint32_t w);
 int32_t FL64_INT_MantissaAddWord(FL64* x, uint32_t w);
 int32_t FL48_INT_MantissaSub(FL48* dst, const FL48* src);
 int32_t FL64_INT_MantissaSub(FL64* dst, const FL64* src);
-// Both return 1 when no 1 bit of the exact result was dropped.
+// Product and quotient keep the leading zeros of the less precise operand;
+// *exp is lowered or raised by the shift taken. They return 1 when no 1 bit
+// of the exact result was dropped. A zero divisor mantissa leaves dst alone,
+// returns 0 and raises *exp beyond every exponent field.
 int32_t FL48_INT_MantissaMul(FL48* dst, const FL48* src, int32_t* exp);
 int32_t FL64_INT_MantissaMul(FL64* dst, const FL64* src, int32_t* exp);
 int32_t FL48_INT_MantissaDiv(FL48* dst, const FL48* src, int32_t* exp);
