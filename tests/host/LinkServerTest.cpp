@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <thread>
 
 #include "ControllerProcess.h"
 #include "TestClient.h"
@@ -166,6 +167,29 @@ TEST_F(LinkServer, RatesLineIsPrintedToTheDebugFileUnderBitZero) {
            std::string::npos;
   });
   EXPECT_TRUE(printed) << controller_->DebugOutput();
+}
+
+// Runs in the controller: online mode is on and its outputs are set; a
+// watcher reports when the host heard of the end and the outputs are cleared.
+void EnterOnlineModeWithOutputs() {
+  OnlineModeActive = true;
+  memset(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX), 0x5A, KAVRI_TRANS_AREA_CLEAR_SIZE + 1);
+  KavriLib_SetProgramInfoCallback([](KavriLib_ProgramInfo* info) {
+    printf("host heard state %d name %s\n", info->state, info->name ? info->name : "null");
+  });
+  std::thread([] {
+    auto* area = reinterpret_cast<uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
+    WaitFor([&] { return area[KAVRI_TRANS_AREA_CLEAR_SIZE - 1] == 0; });
+    printf("cleared %d, kept %d, online %d\n", area[0] == 0, area[KAVRI_TRANS_AREA_CLEAR_SIZE] == 0x5A,
+           KavriLib_CheckOnlineProgramActive());
+  }).detach();
+}
+
+TEST_F(LinkServer, ClosingDuringOnlineModeTellsTheHostAndClearsTheOutputs) {
+  Start({.afterInit = EnterOnlineModeWithOutputs});
+  { TestClient client(port()); }
+  EXPECT_TRUE(controller_->WaitForStdout("host heard state 1 name null\n"));
+  EXPECT_TRUE(controller_->WaitForStdout("cleared 1, kept 1, online 1\n")) << controller_->Stdout();
 }
 
 TEST_F(LinkServer, SecondControllerOnTheSamePortEndsWithStatusOne) {
