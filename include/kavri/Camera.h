@@ -61,12 +61,11 @@ size_t CameraDecodedAllocation(int32_t width, int32_t height);
 // fatal error or any libjpeg warning.
 //
 // Only pictures of three YCbCr components sampled 4:2:2 (luminance 2 x 1)
-// with an even width are accepted; anything else, and a picture whose
-// width x height x 2 exceeds outputSize, returns 0 before a byte is written.
-// Bound: a picture writes at most width x ceil(height / 8) x 8 x 2 bytes
-// (whole 8-row bands, so up to 7 rows past a height that is not a multiple
-// of 8), all of it in order from the start of output; the caller provides that
-// much.
+// with an even width are accepted. A picture writes width x ceil(height / 8)
+// x 8 x 2 bytes (whole 8-row bands, so up to 7 rows past a height that is not
+// a multiple of 8), in order from the start of output; outputSize is the room
+// at output, and a picture that needs more, or any other layout, returns 0
+// before a byte is written.
 int xoProJpegDec(unsigned char* compressed, int compressedSize, unsigned char* output, int outputSize);
 // libjpeg's error_exit for xoProJpegDec: jumps back into the decoder.
 void xoProJpegDecErrHandler(struct jpeg_common_struct* info);

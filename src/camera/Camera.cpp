@@ -48,6 +48,9 @@ constexpr int kDebugListFormats = 128;
 constexpr int kDebugBufferTrace = 256;
 constexpr int kDebugRecordFrames = 16;
 
+// Bytes allocated for each decoded image, the room the decoder may fill.
+size_t decodedRoom = 0;
+
 const CameraDeviceOps& Device() { return *CameraGetDeviceOps(); }
 
 // Steps report with the errno as it stands, which for some steps is the one
@@ -214,9 +217,8 @@ bool MapBuffer(uint32_t index) {
   entry.mapped = Device().mmap(nullptr, buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, CameraDeviceHandle,
                                off_t(buffer.m.offset));
   entry.decodedLength = uint32_t(CameraFrameWidth) * uint32_t(CameraFrameHeight) * 2;
-  size_t allocation = CameraDecodedAllocation(CameraFrameWidth, CameraFrameHeight);
-  entry.decoded = allocation ? static_cast<unsigned char*>(malloc(allocation)) : nullptr;
-  if (allocation == 0) errno = EINVAL;
+  entry.decoded = decodedRoom ? static_cast<unsigned char*>(malloc(decodedRoom)) : nullptr;
+  if (decodedRoom == 0) errno = EINVAL;
   if (entry.mapped == MAP_FAILED || !entry.decoded) {
     ReportCameraError("mmap");
     ReleaseEntry(entry);
@@ -249,6 +251,7 @@ bool CameraAllocateBuffers() {
     return false;
   }
   CameraBufferCount = 0;
+  decodedRoom = CameraDecodedAllocation(CameraFrameWidth, CameraFrameHeight);
   for (uint32_t index = 0; index < request.count; ++index)
     if (!MapBuffer(index)) return false;
   return true;
@@ -344,8 +347,7 @@ bool CameraGetAndProcessFrame() {
     fprintf(DebugFile, "Buffer %d, previous buffer %d\n", int(buffer.index), int(CameraPreviousBuffer.index));
   const CameraBuffer& entry = CameraBuffers[buffer.index];
   uint32_t bytesUsed = std::min(buffer.bytesused, entry.mappedLength);
-  if (!xoProJpegDec(static_cast<unsigned char*>(entry.mapped), int(bytesUsed), entry.decoded,
-                    int(entry.decodedLength)))
+  if (!xoProJpegDec(static_cast<unsigned char*>(entry.mapped), int(bytesUsed), entry.decoded, int(decodedRoom)))
     return GiveBack(buffer);
   if (CameraHasPreviousBuffer) {
     AnalyseFrame(entry, bytesUsed);

@@ -25,11 +25,14 @@ bool IsCameraLayout(const jpeg_decompress_struct& info) {
          component[2].h_samp_factor == 1 && component[2].v_samp_factor == 1;
 }
 
-// Odd widths have no YUYV form, and a picture larger than the caller's image
-// (a camera that ignored the requested size) must not run past it.
+uint64_t BandedBytes(uint64_t width, uint64_t height) { return width * ((height + DCTSIZE - 1) / DCTSIZE * DCTSIZE) * 2; }
+
+// Odd widths have no YUYV form, and a picture of another size than the
+// caller's image (a camera that ignored the requested size) must not run past
+// it: what counts is the whole bands the picture writes, not its pixels.
 bool FitsOutput(const jpeg_decompress_struct& info, int outputSize) {
-  uint64_t pictureBytes = uint64_t{info.image_width} * info.image_height * 2;
-  return info.image_width % 2 == 0 && outputSize >= 0 && pictureBytes <= uint64_t(outputSize);
+  return info.image_width % 2 == 0 && outputSize >= 0 &&
+         BandedBytes(info.image_width, info.image_height) <= uint64_t(outputSize);
 }
 
 void ChooseRawOutput(jpeg_decompress_struct& info) {

@@ -199,6 +199,34 @@ TEST_F(CameraCaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
   }
 }
 
+// The decoder writes whole 8-row bands: a capture height that is not a
+// multiple of 8 still decodes, and a picture of another size whose bands
+// would run past the decoded image is not taken.
+TEST_F(CameraCaptureTest, FramesAreAnalysedOnlyWhenTheirBandsFitTheDecodedImage) {
+  struct Case {
+    const char* name;
+    int captureWidth, captureHeight, pictureWidth, pictureHeight;
+    uint32_t analysed;
+  };
+  const Case cases[] = {
+      {"height not a multiple of 8", 32, 20, 32, 20, 2},
+      {"fewer pixels, last band past the image", 32, 16, 14, 36, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    camera_ = &FakeCamera::Install();
+    counter_.base.width = c.captureWidth;
+    counter_.base.height = c.captureHeight;
+    Bytes yuyv = GradientYuyv(c.pictureWidth, c.pictureHeight);
+    for (int i = 0; i < 3; ++i)
+      camera_->PushFrame(camera_devices::EncodeYuyvJpeg(yuyv.data(), c.pictureWidth, c.pictureHeight));
+    Start();
+    ASSERT_TRUE(Starved());
+    EXPECT_EQ(CameraFrameCount.load(), c.analysed);
+    Finish(true);
+  }
+}
+
 TEST_F(CameraCaptureTest, StopRequestEndsTheThreadWithinOneFrame) {
   StreamFrames();
   Start();

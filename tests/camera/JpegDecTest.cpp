@@ -54,7 +54,7 @@ TEST(CameraDecodeTest, CleanPicturesDecodeCloseToTheirSourceAndStayInBounds) {
     Bytes yuyv = GradientYuyv(size.width, size.height);
     Bytes jpeg = EncodeYuyvJpeg(yuyv.data(), size.width, size.height, 95);
     GuardedOutput output(size.width, size.height);
-    ASSERT_EQ(1, Decode(jpeg, output, int(yuyv.size())));
+    ASSERT_EQ(1, Decode(jpeg, output, int(output.bound)));
     EXPECT_LE(LargestDifference(output.bytes.data(), yuyv.data(), yuyv.size()), 8);
     EXPECT_TRUE(output.GuardIntact());
   }
@@ -91,6 +91,9 @@ TEST(CameraDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
   Bytes yuyv = GradientYuyv(kWidth, kHeight);
   Bytes good = EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight);
   Bytes large = GradientYuyv(2 * kWidth, kHeight);
+  // 14 x 219 has fewer pixels than the output, but its last band spills 5
+  // rows past it.
+  Bytes narrow = GradientYuyv(14, 219);
   std::vector<RejectCase> cases = {
       {"truncated", Bytes(good.begin(), good.begin() + long(good.size() / 2)), kImageBytes, false},
       {"zero length", Bytes(), kImageBytes, true},
@@ -98,6 +101,7 @@ TEST(CameraDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
       {"4:2:0", EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight, 90, JpegLayout::Yuv420), kImageBytes, true},
       {"greyscale", EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight, 90, JpegLayout::Grey), kImageBytes, true},
       {"larger than the output", EncodeYuyvJpeg(large.data(), 2 * kWidth, kHeight), kImageBytes, true},
+      {"bands larger than the output", EncodeYuyvJpeg(narrow.data(), 14, 219), kImageBytes, true},
   };
   for (RejectCase& c : cases) {
     SCOPED_TRACE(c.name);
