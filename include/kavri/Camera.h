@@ -54,6 +54,7 @@ int CameraInit(void);
 
 // Bytes the capture thread allocates for one decoded image of width x height:
 // the decoder writes whole 8-row bands, so the height is rounded up to 8.
+// 0 for a size that is not positive or needs more than INT32_MAX bytes.
 size_t CameraDecodedAllocation(int32_t width, int32_t height);
 
 // Decodes one Motion-JPEG picture into packed YUYV (Y0 Cb Y1 Cr per pixel

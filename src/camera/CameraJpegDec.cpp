@@ -115,10 +115,12 @@ int xoProJpegDec(unsigned char* compressed, int compressedSize, unsigned char* o
   return decoded && warnings == 0 ? 1 : 0;
 }
 
+// Computed wide: on 32-bit ARM a size_t product would wrap to a small
+// allocation for a huge requested size. The decoder takes its room as an int.
 size_t CameraDecodedAllocation(int32_t width, int32_t height) {
   if (width <= 0 || height <= 0) return 0;
-  size_t bandedHeight = (size_t(height) + DCTSIZE - 1) / DCTSIZE * DCTSIZE;
-  return size_t(width) * bandedHeight * 2;
+  uint64_t bytes = BandedBytes(uint64_t(width), uint64_t(height));
+  return bytes <= uint64_t(INT32_MAX) ? size_t(bytes) : 0;
 }
 
 }  // extern "C"

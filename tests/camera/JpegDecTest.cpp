@@ -114,6 +114,22 @@ TEST(CameraDecodeTest, BadFramesGiveZeroWithoutWritingPastTheBound) {
   }
 }
 
+// The room the capture thread allocates: whole 8-row bands, and nothing the
+// decoder's int size cannot describe.
+TEST(CameraDecodeTest, DecodedAllocationCoversWholeBandsOrIsRefused) {
+  struct Case {
+    int32_t width, height;
+    size_t bytes;
+  };
+  const Case cases[] = {
+      {320, 240, 153600},       {48, 20, 2304},   {2, 1, 32},         {0, 240, 0},
+      {320, 0, 0},              {-2, 8, 0},       {268435458, 1, 0},  {46342, 46342, 0},
+      {2, 536870904, 2147483616}, {2, 536870905, 0},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(CameraDecodedAllocation(c.width, c.height), c.bytes) << c.width << "x" << c.height;
+}
+
 TEST(CameraDecodeTest, RecoverableCorruptionFillsThePictureButGivesZero) {
   Bytes yuyv = GradientYuyv(64, 48);
   Bytes damaged = camera_devices::CorruptRecoverably(EncodeYuyvJpeg(yuyv.data(), 64, 48));
