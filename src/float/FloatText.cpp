@@ -293,7 +293,8 @@ class DigitSource {
 constexpr const char* kFormatText = "?FORMAT";
 constexpr int32_t kTextCapacity = kMaxWidth + 16;  // the longest text: sign, 256 digits, exponent part
 
-// The text of one field, built left to right, then right-aligned.
+// The text of one field, built left to right, then right-aligned behind the
+// characters that keep their place at the field's start.
 class FieldText {
  public:
   void Put(char c) { text_[length_++] = c; }
@@ -304,11 +305,12 @@ class FieldText {
     for (int32_t i = digits - 1; i >= 0; --i, value /= 10) text_[length_ + i] = static_cast<char>('0' + value % 10);
     length_ += digits;
   }
-  void WriteTo(char* dst, int32_t width) const {
+  void WriteTo(char* dst, int32_t width, int32_t pinned = 0) const {
     if (length_ > width) return WriteFilledText(dst, width, kFormatText);
     const int32_t pad = width - length_;
-    std::fill(dst, dst + pad, ' ');
-    std::memcpy(dst + pad, text_, static_cast<size_t>(length_));
+    std::memcpy(dst, text_, static_cast<size_t>(pinned));
+    std::fill(dst + pinned, dst + pinned + pad, ' ');
+    std::memcpy(dst + pinned + pad, text_ + pinned, static_cast<size_t>(length_ - pinned));
     dst[width] = '\0';
   }
 
@@ -316,6 +318,9 @@ class FieldText {
   char text_[kTextCapacity];
   int32_t length_ = 0;
 };
+
+// The exponent kinds keep their sign in the field's first position.
+constexpr int32_t kSignFirst = 1;
 
 struct Job {
   char* dst;
@@ -390,7 +395,7 @@ void PrintScientific(const Job& job, const DigitSource& source) {
     text.Put(d.exponent < 0 ? 'v' : '^');
   }
   text.PutNumber(magnitude, expDigits);
-  text.WriteTo(job.dst, job.width);
+  text.WriteTo(job.dst, job.width, kSignFirst);
 }
 
 constexpr char kPrefixLetters[] = "afpnum kMGTPE";  // 10^-18 .. 10^18 in steps of 10^3
@@ -410,7 +415,7 @@ void PrintEngineering(const Job& job, const DigitSource& source) {
   text.Put(job.sign);
   PutMantissa(text, d, intDigits, area, job.separator);
   text.Put(kPrefixLetters[group + kPrefixOffset]);
-  text.WriteTo(job.dst, job.width);
+  text.WriteTo(job.dst, job.width, kSignFirst);
 }
 
 int32_t DigitBudget(const FL48& x, uint32_t formatWord) {

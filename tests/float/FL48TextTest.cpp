@@ -278,6 +278,8 @@ TEST(FL48ConvToText, ExponentKindsShowMarkOrSignedExponent) {
       {Nearest(1e-5L), "#.###^#", " 1.00v5"},
       {Nearest(7.0L), "#^^#", " 7E+0"},
       {Nearest(7.0L), "#.#^^#", "  7E+0"},  // no separator without a digit behind it
+      {Nearest(-7.0L), "#.#^^#", "- 7E+0"},  // the sign keeps the first position
+      {Nearest(-7.0L), "##^#", "- 7^0"},
       {Nearest(1e10L), "#.###^^#", "?FORMAT?"},
       {Nearest(1e-100L), "#.###^^##", "?FORMAT??"},
       {Nearest(1e-100L), "#.###^^###", " 1.00E-100"},
@@ -292,6 +294,7 @@ TEST(FL48ConvToText, EngineeringKindPicksThePrefixLetter) {
       {Nearest(0.0012345L), "##.##^", " 1.23m"},
       {Nearest(-5.0L), "##.##^", "-5.00 "},
       {Nearest(123456.0L), "##.##^", "  123k"},
+      {Nearest(-123456.0L), "##.##^", "- 123k"},
       {Nearest(2.5e-18L), "##.##^", " 2.50a"},
       {Nearest(4.2e-15L), "##.##^", " 4.20f"},
       {Nearest(4.2e-12L), "##.##^", " 4.20p"},
