@@ -16,13 +16,14 @@ constexpr uint8_t kClear = 0x00;
 // Dots on the pixels whose parity is that of x.
 uint8_t DotPattern(int32_t x) { return (x % 2 == 0) ? 0xAA : 0x55; }
 
+// The far ends are compared as room left after the start, as x + n could overflow.
 bool HLineInBuffer(int32_t x, int32_t y, int32_t n) {
-  return n > 0 && x >= 0 && y >= 0 && x + n <= TextGrph.Width && y < TextGrph.Height;
+  return n > 0 && x >= 0 && y >= 0 && n <= TextGrph.Width - x && y < TextGrph.Height;
 }
 
 // Negative lengths draw nothing: they would reach outside the buffer.
 bool VLineInBuffer(int32_t x, int32_t y, int32_t n) {
-  return n > 0 && x >= 0 && y >= 0 && x < TextGrph.Width && y + n <= TextGrph.Height;
+  return n > 0 && x >= 0 && y >= 0 && x < TextGrph.Width && n <= TextGrph.Height - y;
 }
 
 void WriteHLine(int32_t x, int32_t y, int32_t n, uint8_t pattern) {
@@ -37,7 +38,7 @@ void WriteVLine(int32_t x, int32_t y, int32_t n, IsSet isSet) {
 }
 
 bool FilledRectangleInBuffer(int32_t x, int32_t y, int32_t w, int32_t h) {
-  return w > 0 && h > 0 && InBuffer(x, y) && x + w < TextGrph.Width && y + h < TextGrph.Height;
+  return w > 0 && h > 0 && InBuffer(x, y) && w < TextGrph.Width - x && h < TextGrph.Height - y;
 }
 
 // Columns x .. x + w of rows y .. y + h; one row fewer when the columns share
