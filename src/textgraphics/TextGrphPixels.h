@@ -15,7 +15,7 @@ inline uint8_t* RowOf(int32_t y) { return TextGrph.Buffer + y * BytesPerRow(); }
 
 inline uint8_t PixelMask(int32_t x) { return static_cast<uint8_t>(0x80u >> (x % 8)); }
 
-inline bool InBuffer(int32_t x, int32_t y) {
+inline bool InBuffer(int64_t x, int64_t y) {
   return x >= 0 && y >= 0 && x < TextGrph.Width && y < TextGrph.Height;
 }
 

@@ -51,9 +51,13 @@ void FillRectangleAtCursor(int32_t w, int32_t h, uint8_t pattern) {
   for (int32_t r = 0; r < rows; ++r) WriteRowSpan(RowOf(y + r), x, w + 1, pattern);
 }
 
-void SetPixelIfInBuffer(int32_t x, int32_t y) {
-  if (InBuffer(x, y)) WritePixel(x, y, true);
+void SetPixelIfInBuffer(int64_t x, int64_t y) {
+  if (InBuffer(x, y)) WritePixel(static_cast<int32_t>(x), static_cast<int32_t>(y), true);
 }
+
+// True once a walk along an axis of `extent` pixels in direction `step` has
+// passed the far side, from where it never comes back.
+bool PastEdge(int64_t pos, int64_t step, int32_t extent) { return step > 0 ? pos >= extent : pos < 0; }
 
 // Shapes that draw at the cursor are placed by moving it there for the call;
 // the text cursor is back where it was afterwards.
@@ -224,23 +228,25 @@ void TextGrph_DrawWedgeLowerLeftDotted(int32_t w, int32_t h) {
 }
 
 // Bresenham along the longer axis (the vertical one on a tie), both ends
-// included. Points off the buffer are skipped rather than written past it.
+// included. Points off the buffer are skipped rather than written past it;
+// 64 bits and the stop at the far edge keep an end point anywhere harmless.
 void TextGrph_DrawLine(int32_t x1, int32_t y1) {
-  int32_t x = TextGrph.CursorX;
-  int32_t y = TextGrph.CursorY;
-  const int32_t dx = std::abs(x1 - x);
-  const int32_t dy = std::abs(y1 - y);
-  const int32_t sx = x < x1 ? 1 : -1;
-  const int32_t sy = y < y1 ? 1 : -1;
+  int64_t x = TextGrph.CursorX;
+  int64_t y = TextGrph.CursorY;
+  const int64_t dx = std::llabs(x1 - x);
+  const int64_t dy = std::llabs(y1 - y);
+  const int64_t sx = x < x1 ? 1 : -1;
+  const int64_t sy = y < y1 ? 1 : -1;
   const bool alongX = dx > dy;
-  int32_t& majorPos = alongX ? x : y;
-  int32_t& minorPos = alongX ? y : x;
-  const int32_t majorStep = alongX ? sx : sy;
-  const int32_t minorStep = alongX ? sy : sx;
-  const int32_t major = alongX ? dx : dy;
-  const int32_t minor = alongX ? dy : dx;
-  int32_t error = major / 2;
-  for (int32_t i = 0; i <= major; ++i) {
+  int64_t& majorPos = alongX ? x : y;
+  int64_t& minorPos = alongX ? y : x;
+  const int64_t majorStep = alongX ? sx : sy;
+  const int64_t minorStep = alongX ? sy : sx;
+  const int64_t major = alongX ? dx : dy;
+  const int64_t minor = alongX ? dy : dx;
+  const int32_t majorExtent = alongX ? TextGrph.Width : TextGrph.Height;
+  int64_t error = major / 2;
+  for (int64_t i = 0; i <= major && !PastEdge(majorPos, majorStep, majorExtent); ++i) {
     SetPixelIfInBuffer(x, y);
     error -= minor;
     if (error < 0) {

@@ -232,13 +232,29 @@ TEST_F(Shapes, LinesRunFromTheCursorToTheEndPoint) {
   }
 }
 
+// The part inside the buffer is drawn, one pixel per step, however far off
+// the end lies.
 TEST_F(Shapes, LinePointsOffTheBufferAreSkipped) {
-  PlaceCursor(120, 60);
-  TextGrph_DrawLine(140, 70);
-  // One pixel per column from 120 to 127; the rest of the line lies outside.
-  EXPECT_EQ(CountSet(), 8);
-  EXPECT_TRUE(Pixel(120, 60));
-  EXPECT_TRUE(Pixel(127, 63));
+  struct Case {
+    const char* what;
+    int x0, y0, x1, y1;
+    int lastX, lastY;  // the last pixel inside the buffer
+    int pixels;
+  } cases[] = {
+      {"off the corner", 120, 60, 140, 70, 127, 63, 8},
+      {"end far to the right", 0, 10, INT32_MAX, 12, 127, 10, 128},
+      {"end far to the left", 5, 10, INT32_MIN, 10, 0, 10, 6},
+      {"end far below", 3, 0, 3, INT32_MAX, 3, 63, 64},
+      {"end far above", 3, 7, 4, INT32_MIN, 3, 0, 8},
+  };
+  for (const Case& c : cases) {
+    Fill(0);
+    PlaceCursor(c.x0, c.y0);
+    TextGrph_DrawLine(c.x1, c.y1);
+    EXPECT_EQ(CountSet(), c.pixels) << c.what;
+    EXPECT_TRUE(Pixel(c.x0, c.y0)) << c.what;
+    EXPECT_TRUE(Pixel(c.lastX, c.lastY)) << c.what;
+  }
 }
 
 }  // namespace
