@@ -224,10 +224,9 @@ void FL48_Asin(FL48* x) {
   FL48_Abs(&a);
   if (FL48_IsGreater(&a, &FL48_AsinLim) != 0) {
     const FL48 z = Difference(FL48_One, a);
-    FL48 p = Polynom(z, FL48_AsinCof2N, 4);
+    FL48 p = Product(z, Polynom(z, FL48_AsinCof2N, 4));
     const FL48 q = MonicPolynom(z, FL48_AsinCof2D, 4);
     FL48_Div(&p, &q);
-    FL48_Mul(&p, &z);
     FL48 s = z;
     FL48_AddExp(&s, 1);
     FL48_Sqrt(&s);
