@@ -31,12 +31,15 @@ void CameraAnalysisDeliverFrame::Uninit() {}
 
 // writing is raised before enabled is read: a consumer that clears enabled
 // and then sees writing clear knows that no copy is under way or to come.
+// A buffer the server has not set yet (it may enable the record first) drops
+// the frame like a full one.
 void CameraAnalysisDeliverFrame::Analyze(int, const unsigned char*, const unsigned char*,
                                           const unsigned char* compressed, int compressedSize) {
   Writing().store(1);
-  if (Enabled().load() && compressedSize >= 0 && compressedSize <= capacity &&
+  uint8_t* target = std::atomic_ref<uint8_t*>(buffer[writeIndex]).load(std::memory_order_acquire);
+  if (Enabled().load() && target && compressedSize >= 0 && compressedSize <= capacity &&
       !Full(writeIndex).load(std::memory_order_acquire)) {
-    memcpy(buffer[writeIndex], compressed, size_t(compressedSize));
+    memcpy(target, compressed, size_t(compressedSize));
     size[writeIndex] = compressedSize;
     Full(writeIndex).store(1, std::memory_order_release);
     writeIndex = (writeIndex + 1) % 2;

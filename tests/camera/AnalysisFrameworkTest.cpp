@@ -199,6 +199,17 @@ TEST_F(CameraDeliverFrameTest, DisabledRecordStoresNothing) {
   EXPECT_EQ(record_.writeIndex, 0);
 }
 
+// The server may enable the record before it has set the buffers.
+TEST_F(CameraDeliverFrameTest, FrameForABufferNotYetSetIsDropped) {
+  record_.buffer[0] = nullptr;
+  Deliver({1, 2, 3});
+  EXPECT_EQ(record_.full[0], 0);
+  EXPECT_EQ(record_.writeIndex, 0);
+  record_.buffer[0] = storage_[0];
+  Deliver({4});
+  EXPECT_EQ(Take(), std::vector<uint8_t>{4});
+}
+
 TEST_F(CameraDeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer) {
   Deliver({1});
   Deliver({2});
