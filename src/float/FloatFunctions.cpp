@@ -246,8 +246,10 @@ void FL48_Acos(FL48* x) {
     FL48_AddExp(&t, -1);
     FL48_Sqrt(&t);
     FL48_Asin(&t);
-    FL48_Add(&t, &t);  // doubling by addition keeps a zero zero
-    *x = t;
+    // A product by 2 keeps a zero zero and the valid bits as they are.
+    FL48 two;
+    FL48_ConvFromShort(&two, 2);
+    *x = Product(t, two);
     return;
   }
   FL48_Asin(x);

@@ -301,6 +301,24 @@ TEST(FL48Functions, ArcsineAboveTheLimitTakesItsStepsInOrder) {
   }
 }
 
+// Above one half: 2 * asin(sqrt((1 - x) / 2)). A product by 2 keeps the
+// leading zeros that 1 - x leaves, so the result has as many valid bits as
+// the arcsine it doubles.
+TEST(FL48Functions, ArccosineAboveOneHalfDoublesByAProduct) {
+  const FL48 two = fl48test::FromShort(2);
+  fl48test::RandomNumbers random(43);
+  for (int i = 0; i < 3000; ++i) {
+    const FL48 x = Nearest(0.5L + 0.5L * random.Between(1, 1 << 20) / (1 << 20));
+    FL48 expected = FL48_One;
+    FL48_Sub(&expected, &x);
+    FL48_AddExp(&expected, -1);
+    FL48_Sqrt(&expected);
+    FL48_Asin(&expected);
+    FL48_Mul(&expected, &two);
+    EXPECT_TRUE(fl48test::SameWords(Apply(FL48_Acos, x), expected)) << Describe(x);
+  }
+}
+
 // ---- Sweeps against the C library ----
 
 long double Ln(long double x) { return std::log(x); }
