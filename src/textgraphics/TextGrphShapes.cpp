@@ -97,9 +97,11 @@ bool SliderDivisorsValid(const Slider& s) {
 // less its own size.
 int32_t KnobSize(const Slider& s) { return ((s.vertical ? s.w : s.h) + 1) / 2; }
 
+// In 64 bits: value - min may not fit 32, and the lowest value over -1 would trap.
 int32_t KnobOffset(const Slider& s) {
   const int64_t travel = (s.vertical ? s.h : s.w) - KnobSize(s);
-  return static_cast<int32_t>((travel * ((s.value - s.min) / s.div1)) / s.div2);
+  const int64_t steps = (static_cast<int64_t>(s.value) - s.min) / s.div1;
+  return static_cast<int32_t>((travel * steps) / s.div2);
 }
 
 void DrawSliderKnob(const Slider& s) {

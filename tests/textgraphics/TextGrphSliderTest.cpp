@@ -1,5 +1,6 @@
 // Sliders: their drawing, and the value a held slider steps to.
 #include <algorithm>
+#include <cstdint>
 
 #include "TextGrphFixture.h"
 
@@ -56,6 +57,26 @@ TEST_F(Sliders, FocusVariantsRedrawOnlyTheKnob) {
   TextGrph_DrawSliderFocusVert(80, 5, 10, 40, 20, 10, 2, 10, 7, 7);
   EXPECT_EQ(CountSet(), 6 + 2 + 2 + 5);
   EXPECT_EQ(CountSetIn(80, 22, 11, 6), CountSet());
+}
+
+// The knob offset is worked out in full, so extreme values neither trap nor
+// wrap: each of these puts the knob at the far end, as value 100 of 0..100 does.
+TEST_F(Sliders, ExtremeValuesGiveTheKnobOffsetInFull) {
+  TextGrph_DrawSliderHor(10, 10, 40, 8, 100, 0, 1, 100, 0, 1);
+  const std::string atEnd = Region(10, 10, 41, 9);
+  struct Case {
+    const char* what;
+    int32_t value, min, div1, div2;
+  } cases[] = {
+      {"lowest value over -1", INT32_MIN, 0, -1, INT32_MAX},
+      {"value minus min past 32 bits", INT32_MAX, -INT32_MAX, 2, INT32_MAX},
+  };
+  for (const Case& c : cases) {
+    Fill(0);
+    TextGrph_DrawSliderHor(10, 10, 40, 8, c.value, c.min, c.div1, c.div2, 0, 1);
+    EXPECT_EQ(Region(10, 10, 41, 9), atEnd) << c.what;
+    EXPECT_EQ(CountSet(), CountSetIn(10, 10, 41, 9)) << c.what;
+  }
 }
 
 TEST_F(Sliders, ZeroDivisorsDrawNothingAndSaySo) {
