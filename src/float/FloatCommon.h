@@ -9,6 +9,7 @@
 #include <stdint.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "kavri/FL48.h"
@@ -21,6 +22,17 @@ namespace kavri::fl {
 
 // The operations' bodies are inlined into each exported entry point.
 #define KAVRI_FL_INLINE inline __attribute__((always_inline))
+
+// The entry points called most are built twice on x86-64: for any processor
+// and for those with the three-operand shifts and bit instructions (BMI1,
+// BMI2), which turn each shift by a computed count into one instruction. The
+// loader binds the symbol to the one the processor runs, so calls through the
+// GOT cost nothing extra.
+#if defined(__x86_64__)
+#define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default")))
+#else
+#define KAVRI_FL_BUILT_TWICE
+#endif
 
 // ---- Word 0 ----
 
@@ -88,14 +100,15 @@ struct Format<FL64> {
 // Word 0 and the mantissa written with 32-bit stores where the words allow,
 // so that a caller reading the record back right away (typically as one
 // 4-byte and one 2-byte load) gets the values forwarded from the stores.
+// head is the whole of word 0 (below 2^16).
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-endian words");
 inline void storeNumber(FL48& x, unsigned head, uint32_t m) {
-  uint32_t low = (head & 0xFFFF) | (m & 0xFFFF0000u);
-  std::memcpy(&x, &low, 4);
   x.mant[1] = uint16_t(m);
+  uint32_t low = head | (m & 0xFFFF0000u);
+  std::memcpy(&x, &low, 4);
 }
 inline void storeNumber(FL64& x, unsigned head, uint64_t m) {
-  uint32_t low = (head & 0xFFFF) | (uint32_t(m >> 16) & 0xFFFF0000u);
+  uint32_t low = head | (uint32_t(m >> 16) & 0xFFFF0000u);
   uint32_t high = (uint32_t(m >> 16) & 0xFFFF) | (uint32_t(m) << 16);
   std::memcpy(&x, &low, 4);
   std::memcpy(&x.mant[1], &high, 4);
@@ -284,9 +297,8 @@ template <class R>
   return applySpecial(a, b, binarySpecial(fieldOf(a), fieldOf(b), op));
 }
 
-template <class R>
-inline bool bothNumbers(const R& a, const R& b) {
-  return isNumberField(fieldOf(a)) & isNumberField(fieldOf(b));
+inline bool bothNumbers(unsigned headA, unsigned headB) {
+  return isNumberField(fieldOf(uint16_t(headA))) & isNumberField(fieldOf(uint16_t(headB)));
 }
 
 inline int handleSpecialUnary(FL48& a, int op) {
@@ -295,7 +307,7 @@ inline int handleSpecialUnary(FL48& a, int op) {
 
 template <class R>
 inline int handleSpecialBinary(R& a, const R& b, int op) {
-  if (bothNumbers(a, b)) [[likely]] return 0;
+  if (bothNumbers(a.expWord, b.expWord)) [[likely]] return 0;
   return applyBinarySpecial(a, b, op);
 }
 
@@ -432,12 +444,60 @@ inline int64_t negatedIf(int64_t v, bool negate) {
 #endif
 }
 
+// Hides from the compiler which value v came from, so that it cannot split
+// the code that follows into paths chosen by a branch on the operands (whose
+// signs and exponents real data does not let a predictor guess).
+template <class T>
+inline void keepBranchFree(T& v) {
+  asm("" : "+r"(v));
+}
+
+// The carry (top bit) of a sum below 2^(kBits + 1). For FL48 it is the high
+// word, which a rotation gives without destroying the sum.
+template <class R>
+inline unsigned carryOf(uint64_t magnitude) {
+  if constexpr (kBitsOf<R> == 32) return unsigned(std::rotr(magnitude, 32));
+  return unsigned(magnitude >> kBitsOf<R>);
+}
+
+// The mantissa of a sum below 2^(kBits + 1) after its carry (its top bit) is
+// shifted back in; 32-bit ARM has no 64-bit shifter, so there the carry
+// re-enters the low word instead.
+template <class R>
+inline MantOf<R> withoutCarry(uint64_t magnitude, unsigned carry) {
+#if defined(__arm__)
+  if constexpr (kBitsOf<R> == 32) return (uint32_t(magnitude) >> carry) | (carry << 31);
+#endif
+  return MantOf<R>(magnitude >> carry);
+}
+
+// v * 2^shift for shift 0 or 1; without a 64-bit shifter (32-bit ARM) as an
+// addition.
+inline uint64_t doubledIf(uint64_t v, unsigned shift) {
+#if defined(__arm__)
+  return v + (v & (0 - uint64_t(shift)));
+#else
+  return v << shift;
+#endif
+}
+
 // A number held in registers: word 0 and the mantissa.
 template <class R>
 struct Number {
   unsigned head;
   MantOf<R> mant;
 };
+
+// Word 0 with the top half of the mantissa in one 4-byte load and the rest in
+// one 2-byte load: the widths with which records are written (storeNumber, a
+// compiler's copy of the struct), so a record written just before is
+// forwarded from those stores, with fewer loads than word by word.
+inline Number<FL48> loadNumber(const FL48& x) {
+  uint32_t low;
+  std::memcpy(&low, &x, 4);
+  return {low & 0xFFFF, (low & 0xFFFF0000u) | x.mant[1]};
+}
+inline Number<FL64> loadNumber(const FL64& x) { return {x.expWord, loadMant(x)}; }
 
 // a + b (subtract: a - b) of two numbers (fields of 256 or more). Not
 // normalised afterwards: cancellation keeps its leading zeros, which is how
@@ -446,10 +506,11 @@ struct Number {
 // borrow, shift a carry back in), in one signed 64-bit sum so that the signs
 // and exponents of real data, which are unpredictable, cost no branches.
 template <class R>
-KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
-  int32_t fa = int32_t(fieldOf(a)), fb = int32_t(fieldOf(b));
+KAVRI_FL_INLINE Number<R> sumOfNumbers(Number<R> a, Number<R> b, bool subtract) {
+  int32_t fa = int32_t(fieldOf(uint16_t(a.head))), fb = int32_t(fieldOf(uint16_t(b.head)));
   int32_t field = std::max(fa, fb);
-  uint64_t ma = loadMant(a), mb = loadMant(b);
+  keepBranchFree(field);
+  uint64_t ma = a.mant, mb = b.mant;
   int32_t shiftA = field - fa, shiftB = field - fb;  // one of them is 0
   if (shiftA + shiftB < kBitsOf<R>) [[likely]] {
     ma >>= shiftA;
@@ -458,89 +519,108 @@ KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
     ma = shiftA ? 0 : ma;
     mb = shiftB ? 0 : mb;
   }
-  unsigned head = (a.expWord & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
-  bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
+  unsigned head = (a.head & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
+  bool unlike = (((a.head ^ b.head) & FL48_SIGN_BIT) != 0) != subtract;
   int64_t sum = int64_t(ma) + negatedIf(int64_t(mb), unlike);
   int64_t borrow = sum >> 63;  // all ones after a borrow
   uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
   head ^= unsigned(borrow & FL48_SIGN_BIT);
-  unsigned carry = unsigned(magnitude >> kBitsOf<R>);
+  unsigned carry = carryOf<R>(magnitude);
   head &= ~((carry & unsigned(magnitude)) << 14);  // a 1 shifted out: no longer exact
-  magnitude >>= carry;
   head += carry;
   if (field >= FL48_EXP_MAX) [[unlikely]] {  // only here can a carry overflow
-    if (carry) head = FL48_CODE_OVERFLOW;
+    head = carry ? unsigned(FL48_CODE_OVERFLOW) : head;
   }
-  return {head, MantOf<R>(magnitude)};
+  return {head, withoutCarry<R>(magnitude, carry)};
 }
 
 template <class R>
 KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
-  if (!bothNumbers(a, b)) [[unlikely]] {
+  Number<R> na = loadNumber(a), nb = loadNumber(b);
+  if (!bothNumbers(na.head, nb.head)) [[unlikely]] {
     applyBinarySpecial(a, b, subtract ? '-' : '+');
     return;
   }
-  Number<R> sum = sumOfNumbers(a, b, subtract);
+  Number<R> sum = sumOfNumbers(na, nb, subtract);
   storeNumber(a, sum.head, sum.mant);
 }
 
-// a = the product or quotient m with the exponent counter exp.
+// a = the product or quotient m with the exponent counter exp; headA and
+// headB are the operands' words 0.
 template <class R>
-inline void finishProductOrQuotient(R& a, const R& b, int32_t exp, int exact, MantOf<R> m) {
+inline void finishProductOrQuotient(R& a, unsigned headA, unsigned headB, int32_t exp, int exact, MantOf<R> m) {
   unsigned head;
-  if (exp < FL48_EXP_MIN) {
-    head = FL48_CODE_UNDERFLOW;
-  } else if (exp > FL48_EXP_MAX) {
-    head = FL48_CODE_OVERFLOW;
-  } else {
-    unsigned sign = (a.expWord ^ b.expWord) & FL48_SIGN_BIT;
-    unsigned exactFlag = exact ? (a.expWord & b.expWord & FL48_EXACT_BIT) : 0;
+  if (uint32_t(exp - FL48_EXP_MIN) <= uint32_t(FL48_EXP_MAX - FL48_EXP_MIN)) [[likely]] {
+    unsigned sign = (headA ^ headB) & FL48_SIGN_BIT;
+    unsigned exactFlag = exact ? (headA & headB & FL48_EXACT_BIT) : 0;
     head = sign | exactFlag | unsigned(exp);
+  } else {
+    head = exp < FL48_EXP_MIN ? FL48_CODE_UNDERFLOW : FL48_CODE_OVERFLOW;
   }
   storeNumber(a, head, m);
 }
 
-// a = a * b, the mantissa taken from the full product `shift` bits below its top.
+// A mantissa taken from a full product: the bits `shift` below its top and
+// whether no 1 bit below them was dropped.
 template <class R>
-KAVRI_FL_INLINE void storeProduct(R& a, const R& b, const typename Format<R>::Wide& product, int shift) {
-  int32_t exp = int32_t(fieldOf(a)) + int32_t(fieldOf(b)) - FL48_EXP_BIAS - shift;
-  int exact = !wideDropsOnes(product, shift);
-  finishProductOrQuotient(a, b, exp, exact, MantOf<R>(wideTop(product, shift)));
+struct ProductBits {
+  MantOf<R> mant;
+  int shift;
+  int exact;
+};
+
+template <class R>
+inline ProductBits<R> productBits(const typename Format<R>::Wide& product, int shift) {
+  return {MantOf<R>(wideTop(product, shift)), shift, !wideDropsOnes(product, shift)};
+}
+
+// The product of two normalised mantissas has 0 or 1 leading zero, so the
+// rule's count reduces to its top bit: the product is doubled when that bit
+// is clear, and the mantissa is its upper half.
+inline ProductBits<FL48> normalProductBits(uint64_t product) {
+  unsigned shift = unsigned(~product >> 63);  // 1 when the top bit is clear
+  uint64_t aligned = doubledIf(product, shift);
+  return {uint32_t(aligned >> 32), int(shift), uint32_t(aligned) == 0};
+}
+inline ProductBits<FL64> normalProductBits(const U128& product) {
+  return productBits<FL64>(product, wideCountZeros(product));
 }
 
 template <class R>
 [[gnu::noinline]] void multiplyAnyFactors(R& a, const R& b) {
-  MantOf<R> ma = loadMant(a), mb = loadMant(b);
-  auto product = wideMul(ma, mb);
-  storeProduct(a, b, product, productShift<R>(ma, mb, product));
+  Number<R> na = loadNumber(a), nb = loadNumber(b);
+  auto product = wideMul(na.mant, nb.mant);
+  ProductBits<R> p = productBits<R>(product, productShift<R>(na.mant, nb.mant, product));
+  int32_t exp = int32_t(fieldOf(uint16_t(na.head))) + int32_t(fieldOf(uint16_t(nb.head))) - FL48_EXP_BIAS - p.shift;
+  finishProductOrQuotient(a, na.head, nb.head, exp, p.exact, p.mant);
 }
 
-// Normalised factors, the usual case, take a path of their own without calls:
-// their product has 0 or 1 leading zero, which the rule reduces to counting.
+// Normalised factors, the usual case, take a path of their own without calls.
 template <class R>
 KAVRI_FL_INLINE void multiply(R& a, const R& b) {
-  if (!bothNumbers(a, b)) [[unlikely]] {
+  Number<R> na = loadNumber(a), nb = loadNumber(b);
+  if (!bothNumbers(na.head, nb.head)) [[unlikely]] {
     applyBinarySpecial(a, b, '*');
     return;
   }
-  MantOf<R> ma = loadMant(a), mb = loadMant(b);
-  if (!(ma & mb & kMantTop<R>) || FL_OptionExactRoundUp == 0) [[unlikely]] {
+  if (!(na.mant & nb.mant & kMantTop<R>) || FL_OptionExactRoundUp == 0) [[unlikely]] {
     multiplyAnyFactors(a, b);
     return;
   }
-  auto product = wideMul(ma, mb);
-  storeProduct(a, b, product, wideCountZeros(product));
+  ProductBits<R> p = normalProductBits(wideMul(na.mant, nb.mant));
+  int32_t exp = int32_t(fieldOf(uint16_t(na.head))) + int32_t(fieldOf(uint16_t(nb.head))) - FL48_EXP_BIAS - p.shift;
+  finishProductOrQuotient(a, na.head, nb.head, exp, p.exact, p.mant);
 }
 
 KAVRI_FL_INLINE void divide(FL48& a, const FL48& b) {
-  if (!bothNumbers(a, b)) [[unlikely]] {
+  if (!bothNumbers(a.expWord, b.expWord)) [[unlikely]] {
     applyBinarySpecial(a, b, '/');
     return;
   }
   int32_t exp = int32_t(fieldOf(a)) - int32_t(fieldOf(b)) + FL48_EXP_BIAS;
   int exact;
   uint32_t m = mantissaQuotient(loadMant(a), loadMant(b), exp, exact);
-  finishProductOrQuotient(a, b, exp, exact, m);
+  finishProductOrQuotient(a, a.expWord, b.expWord, exp, exact, m);
 }
 
 }  // namespace kavri::fl
