@@ -2,7 +2,6 @@
 // answers the same 4 bytes with the same 24 bytes: the ratio is what the
 // controller's own path costs on top of the network stack.
 #include <benchmark/benchmark.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,15 +18,7 @@ namespace {
 constexpr size_t kReplySize = sizeof(xoIF2013Reply_QueryStatus);
 
 [[noreturn]] void RunEchoServer(int port) {
-  int listener = socket(AF_INET, SOCK_STREAM, 0);
-  int reuse = 1;
-  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  listen(listener, 1);
+  int listener = ListenOnLoopback(port);
   uint8_t reply[kReplySize] = {};
   for (;;) {
     int fd = accept(listener, nullptr, nullptr);

@@ -1,7 +1,6 @@
 // The PC tool against controllers that misbehave: each failure must reach
 // the user as a clear message, never as a hang or a half-read answer.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "ControllerProcess.h"
 #include "LinkClient.h"
 #include "PcCommands.h"
+#include "TestClient.h"
 #include "kavri/LinkProtocol.h"
 
 namespace {
@@ -20,15 +20,7 @@ namespace {
 class ScriptedController {
  public:
   ScriptedController(std::vector<uint8_t> reply, bool staySilent)
-      : port_(FindFreePort()), listener_(socket(AF_INET, SOCK_STREAM, 0)) {
-    int reuse = 1;
-    setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port_));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    listen(listener_, 1);
+      : port_(FindFreePort()), listener_(ListenOnLoopback(port_)) {
     thread_ = std::thread([this, reply = std::move(reply), staySilent] {
       int fd = accept(listener_, nullptr, nullptr);
       uint32_t word;

@@ -5,12 +5,33 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-TestClient::TestClient(int port, int timeoutSeconds) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
+namespace {
+
+sockaddr_in LoopbackAddress(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+}  // namespace
+
+int ListenOnLoopback(int port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  int reuse = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  sockaddr_in address = LoopbackAddress(port);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 1) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+TestClient::TestClient(int port, int timeoutSeconds) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = LoopbackAddress(port);
   if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
     close(fd);
     return;

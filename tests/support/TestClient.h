@@ -27,4 +27,8 @@ class TestClient {
   int fd_ = -1;
 };
 
+// A listening socket on 127.0.0.1:port with a backlog of 1, for stand-in
+// servers in tests and benchmarks; -1 on failure.
+int ListenOnLoopback(int port);
+
 #endif
