@@ -9,7 +9,6 @@
 #include <stdint.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "kavri/FL48.h"
@@ -23,11 +22,10 @@ namespace kavri::fl {
 // The operations' bodies are inlined into each exported entry point.
 #define KAVRI_FL_INLINE inline __attribute__((always_inline))
 
-// The entry points called most are built twice on x86-64: for any processor
-// and for those with the three-operand shifts and bit instructions (BMI1,
-// BMI2), which turn each shift by a computed count into one instruction. The
-// loader binds the symbol to the one the processor runs, so calls through the
-// GOT cost nothing extra.
+// FL48_Mul is built twice on x86-64: for any processor and for those with
+// the three-operand shifts and bit instructions (BMI1, BMI2). The loader
+// binds the symbol to the one the processor runs, so calls through the GOT
+// cost nothing extra.
 #if defined(__x86_64__)
 #define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default")))
 #else
@@ -100,15 +98,14 @@ struct Format<FL64> {
 // Word 0 and the mantissa written with 32-bit stores where the words allow,
 // so that a caller reading the record back right away (typically as one
 // 4-byte and one 2-byte load) gets the values forwarded from the stores.
-// head is the whole of word 0 (below 2^16).
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-endian words");
 inline void storeNumber(FL48& x, unsigned head, uint32_t m) {
-  x.mant[1] = uint16_t(m);
-  uint32_t low = head | (m & 0xFFFF0000u);
+  uint32_t low = (head & 0xFFFF) | (m & 0xFFFF0000u);
   std::memcpy(&x, &low, 4);
+  x.mant[1] = uint16_t(m);
 }
 inline void storeNumber(FL64& x, unsigned head, uint64_t m) {
-  uint32_t low = head | (uint32_t(m >> 16) & 0xFFFF0000u);
+  uint32_t low = (head & 0xFFFF) | (uint32_t(m >> 16) & 0xFFFF0000u);
   uint32_t high = (uint32_t(m >> 16) & 0xFFFF) | (uint32_t(m) << 16);
   std::memcpy(&x, &low, 4);
   std::memcpy(&x.mant[1], &high, 4);
@@ -297,8 +294,9 @@ template <class R>
   return applySpecial(a, b, binarySpecial(fieldOf(a), fieldOf(b), op));
 }
 
-inline bool bothNumbers(unsigned headA, unsigned headB) {
-  return isNumberField(fieldOf(uint16_t(headA))) & isNumberField(fieldOf(uint16_t(headB)));
+template <class R>
+inline bool bothNumbers(const R& a, const R& b) {
+  return isNumberField(fieldOf(a)) & isNumberField(fieldOf(b));
 }
 
 inline int handleSpecialUnary(FL48& a, int op) {
@@ -307,7 +305,7 @@ inline int handleSpecialUnary(FL48& a, int op) {
 
 template <class R>
 inline int handleSpecialBinary(R& a, const R& b, int op) {
-  if (bothNumbers(a.expWord, b.expWord)) [[likely]] return 0;
+  if (bothNumbers(a, b)) [[likely]] return 0;
   return applyBinarySpecial(a, b, op);
 }
 
@@ -444,33 +442,6 @@ inline int64_t negatedIf(int64_t v, bool negate) {
 #endif
 }
 
-// Hides from the compiler which value v came from, so that it cannot split
-// the code that follows into paths chosen by a branch on the operands (whose
-// signs and exponents real data does not let a predictor guess).
-template <class T>
-inline void keepBranchFree(T& v) {
-  asm("" : "+r"(v));
-}
-
-// The carry (top bit) of a sum below 2^(kBits + 1). For FL48 it is the high
-// word, which a rotation gives without destroying the sum.
-template <class R>
-inline unsigned carryOf(uint64_t magnitude) {
-  if constexpr (kBitsOf<R> == 32) return unsigned(std::rotr(magnitude, 32));
-  return unsigned(magnitude >> kBitsOf<R>);
-}
-
-// The mantissa of a sum below 2^(kBits + 1) after its carry (its top bit) is
-// shifted back in; 32-bit ARM has no 64-bit shifter, so there the carry
-// re-enters the low word instead.
-template <class R>
-inline MantOf<R> withoutCarry(uint64_t magnitude, unsigned carry) {
-#if defined(__arm__)
-  if constexpr (kBitsOf<R> == 32) return (uint32_t(magnitude) >> carry) | (carry << 31);
-#endif
-  return MantOf<R>(magnitude >> carry);
-}
-
 // v * 2^shift for shift 0 or 1; without a 64-bit shifter (32-bit ARM) as an
 // addition.
 inline uint64_t doubledIf(uint64_t v, unsigned shift) {
@@ -488,16 +459,13 @@ struct Number {
   MantOf<R> mant;
 };
 
-// Word 0 with the top half of the mantissa in one 4-byte load and the rest in
-// one 2-byte load: the widths with which records are written (storeNumber, a
-// compiler's copy of the struct), so a record written just before is
-// forwarded from those stores, with fewer loads than word by word.
-inline Number<FL48> loadNumber(const FL48& x) {
-  uint32_t low;
-  std::memcpy(&low, &x, 4);
-  return {low & 0xFFFF, (low & 0xFFFF0000u) | x.mant[1]};
+// Read word by word: a wider load over words that were just written one by
+// one (FL48_Abs, the setters, a field changed in place) would wait for the
+// stores to retire instead of taking their values.
+template <class R>
+inline Number<R> loadNumber(const R& x) {
+  return {x.expWord, loadMant(x)};
 }
-inline Number<FL64> loadNumber(const FL64& x) { return {x.expWord, loadMant(x)}; }
 
 // a + b (subtract: a - b) of two numbers (fields of 256 or more). Not
 // normalised afterwards: cancellation keeps its leading zeros, which is how
@@ -506,11 +474,10 @@ inline Number<FL64> loadNumber(const FL64& x) { return {x.expWord, loadMant(x)};
 // borrow, shift a carry back in), in one signed 64-bit sum so that the signs
 // and exponents of real data, which are unpredictable, cost no branches.
 template <class R>
-KAVRI_FL_INLINE Number<R> sumOfNumbers(Number<R> a, Number<R> b, bool subtract) {
-  int32_t fa = int32_t(fieldOf(uint16_t(a.head))), fb = int32_t(fieldOf(uint16_t(b.head)));
+KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
+  int32_t fa = int32_t(fieldOf(a)), fb = int32_t(fieldOf(b));
   int32_t field = std::max(fa, fb);
-  keepBranchFree(field);
-  uint64_t ma = a.mant, mb = b.mant;
+  uint64_t ma = loadMant(a), mb = loadMant(b);
   int32_t shiftA = field - fa, shiftB = field - fb;  // one of them is 0
   if (shiftA + shiftB < kBitsOf<R>) [[likely]] {
     ma >>= shiftA;
@@ -519,29 +486,29 @@ KAVRI_FL_INLINE Number<R> sumOfNumbers(Number<R> a, Number<R> b, bool subtract) 
     ma = shiftA ? 0 : ma;
     mb = shiftB ? 0 : mb;
   }
-  unsigned head = (a.head & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
-  bool unlike = (((a.head ^ b.head) & FL48_SIGN_BIT) != 0) != subtract;
+  unsigned head = (a.expWord & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
+  bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
   int64_t sum = int64_t(ma) + negatedIf(int64_t(mb), unlike);
   int64_t borrow = sum >> 63;  // all ones after a borrow
   uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
   head ^= unsigned(borrow & FL48_SIGN_BIT);
-  unsigned carry = carryOf<R>(magnitude);
+  unsigned carry = unsigned(magnitude >> kBitsOf<R>);
   head &= ~((carry & unsigned(magnitude)) << 14);  // a 1 shifted out: no longer exact
+  magnitude >>= carry;
   head += carry;
   if (field >= FL48_EXP_MAX) [[unlikely]] {  // only here can a carry overflow
-    head = carry ? unsigned(FL48_CODE_OVERFLOW) : head;
+    if (carry) head = FL48_CODE_OVERFLOW;
   }
-  return {head, withoutCarry<R>(magnitude, carry)};
+  return {head, MantOf<R>(magnitude)};
 }
 
 template <class R>
 KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
-  Number<R> na = loadNumber(a), nb = loadNumber(b);
-  if (!bothNumbers(na.head, nb.head)) [[unlikely]] {
+  if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, subtract ? '-' : '+');
     return;
   }
-  Number<R> sum = sumOfNumbers(na, nb, subtract);
+  Number<R> sum = sumOfNumbers(a, b, subtract);
   storeNumber(a, sum.head, sum.mant);
 }
 
@@ -599,7 +566,7 @@ template <class R>
 template <class R>
 KAVRI_FL_INLINE void multiply(R& a, const R& b) {
   Number<R> na = loadNumber(a), nb = loadNumber(b);
-  if (!bothNumbers(na.head, nb.head)) [[unlikely]] {
+  if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, '*');
     return;
   }
@@ -613,7 +580,7 @@ KAVRI_FL_INLINE void multiply(R& a, const R& b) {
 }
 
 KAVRI_FL_INLINE void divide(FL48& a, const FL48& b) {
-  if (!bothNumbers(a.expWord, b.expWord)) [[unlikely]] {
+  if (!bothNumbers(a, b)) [[unlikely]] {
     applyBinarySpecial(a, b, '/');
     return;
   }

@@ -25,7 +25,7 @@ void newtonRootStep(const FL48& a, FL48& y) {
   FL48 t = a;
   divide(t, y);
   addOrSubtract(t, y, false);
-  storeNumber(y, uint16_t(t.expWord - 1u), loadMant(t));
+  storeNumber(y, t.expWord - 1u, loadMant(t));
 }
 
 struct Difference {
@@ -42,9 +42,8 @@ Difference describe(unsigned head, uint32_t mant) {
 
 // a - b exactly as FL48_Sub forms it, without writing a record.
 Difference difference(const FL48* a, const FL48* b) {
-  Number<FL48> na = loadNumber(*a), nb = loadNumber(*b);
-  if (bothNumbers(na.head, nb.head)) [[likely]] {
-    Number<FL48> d = sumOfNumbers(na, nb, true);
+  if (bothNumbers(*a, *b)) [[likely]] {
+    Number<FL48> d = sumOfNumbers(*a, *b, true);
     return describe(d.head, d.mant);
   }
   FL48 d = *a;
@@ -68,9 +67,9 @@ uint32_t magnitudeRoundedAway(uint32_t m, int32_t e) {
 
 extern "C" {
 
-KAVRI_FL_BUILT_TWICE void FL48_Add(FL48* a, const FL48* b) { addOrSubtract(*a, *b, false); }
+void FL48_Add(FL48* a, const FL48* b) { addOrSubtract(*a, *b, false); }
 
-KAVRI_FL_BUILT_TWICE void FL48_Sub(FL48* a, const FL48* b) { addOrSubtract(*a, *b, true); }
+void FL48_Sub(FL48* a, const FL48* b) { addOrSubtract(*a, *b, true); }
 
 KAVRI_FL_BUILT_TWICE void FL48_Mul(FL48* a, const FL48* b) { multiply(*a, *b); }
 
