@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "FL48LongDouble.h"
 #include "fl48_func_timing.h"
 #include "kavri/FL48.h"
 
@@ -23,52 +24,9 @@ using Fl48Function = void (*)(FL48*);
 using LongDoubleFunction = long double (*)(long double);
 using DoubleFunction = double (*)(double);
 
-FL48 Nearest(long double v) {
-  FL48 x{};
-  if (v == 0) {
-    FL48_SetUnderflow(&x);
-    return x;
-  }
-  int e = 0;
-  const long double m = std::frexp(std::fabs(v), &e);
-  uint64_t mant = static_cast<uint64_t>(std::llround(std::ldexp(m, 32)));
-  if ((mant >> 32) != 0) {
-    mant >>= 1;
-    ++e;
-  }
-  x.expWord = static_cast<uint16_t>((e + FL48_EXP_BIAS) | (v < 0 ? FL48_SIGN_BIT : 0));
-  x.mant[0] = static_cast<uint16_t>(mant >> 16);
-  x.mant[1] = static_cast<uint16_t>(mant);
-  return x;
-}
 
-bool IsNumber(const FL48& x) { return (x.expWord & FL48_EXP_MASK) >= FL48_EXP_MIN; }
-
-long double Value(const FL48& x) {
-  const uint32_t mant = (uint32_t{x.mant[0]} << 16) | x.mant[1];
-  const long double v = std::ldexp(static_cast<long double>(mant), (x.expWord & FL48_EXP_MASK) - FL48_EXP_BIAS - 32);
-  return (x.expWord & FL48_SIGN_BIT) != 0 ? -v : v;
-}
-
-constexpr long double kPi = 3.14159265358979323846264338327950288L;
-constexpr long double kDegree = kPi / 180;
-
-long double SinDeg(long double x) { return std::sin(x * kDegree); }
-long double CosDeg(long double x) { return std::cos(x * kDegree); }
-long double TanDeg(long double x) { return std::tan(x * kDegree); }
-long double AsinDeg(long double x) { return std::asin(x) / kDegree; }
-long double AcosDeg(long double x) { return std::acos(x) / kDegree; }
-long double AtanDeg(long double x) { return std::atan(x) / kDegree; }
-long double Exp10(long double x) { return std::pow(10.0L, x); }
-long double Ln(long double x) { return std::log(x); }
-long double Log10(long double x) { return std::log10(x); }
-long double Exp(long double x) { return std::exp(x); }
-long double Sin(long double x) { return std::sin(x); }
-long double Cos(long double x) { return std::cos(x); }
-long double Tan(long double x) { return std::tan(x); }
-long double Asin(long double x) { return std::asin(x); }
-long double Acos(long double x) { return std::acos(x); }
-long double Atan(long double x) { return std::atan(x); }
+using namespace fl48ld;
+constexpr long double kPi = 180 * kDegree;
 
 struct Sweep {
   const char* name;

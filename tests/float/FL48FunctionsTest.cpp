@@ -9,34 +9,20 @@
 #include <string>
 #include <vector>
 
+#include "FL48LongDouble.h"
 #include "FL48TestSupport.h"
 #include "kavri/FL48.h"
 
 namespace {
 
+using namespace fl48ld;
 using fl48test::Describe;
 using fl48test::Make;
 using fl48test::Mant;
 using Function = void (*)(FL48*);
 using Reference = long double (*)(long double);
 
-FL48 Nearest(long double v) {
-  int e = 0;
-  const long double m = std::frexp(std::fabs(v), &e);
-  uint64_t mant = uint64_t(std::llround(std::ldexp(m, 32)));
-  if (mant >> 32) {
-    mant >>= 1;
-    ++e;
-  }
-  return Make(uint16_t((e + FL48_EXP_BIAS) | (v < 0 ? FL48_SIGN_BIT : 0)), uint32_t(mant));
-}
 
-long double Value(const FL48& x) {
-  const long double v = std::ldexp((long double)Mant(x), int(fl48test::Field(x)) - FL48_EXP_BIAS - 32);
-  return fl48test::Negative(x) ? -v : v;
-}
-
-bool IsNumber(const FL48& x) { return fl48test::Field(x) >= FL48_EXP_MIN; }
 
 FL48 Apply(Function f, FL48 x) {
   f(&x);
@@ -321,23 +307,6 @@ TEST(FL48Functions, ArccosineAboveOneHalfDoublesByAProduct) {
 
 // ---- Sweeps against the C library ----
 
-long double Ln(long double x) { return std::log(x); }
-long double Log10(long double x) { return std::log10(x); }
-long double Exp(long double x) { return std::exp(x); }
-long double Exp10(long double x) { return std::pow(10.0L, x); }
-long double Sin(long double x) { return std::sin(x); }
-long double Cos(long double x) { return std::cos(x); }
-long double Tan(long double x) { return std::tan(x); }
-long double Asin(long double x) { return std::asin(x); }
-long double Acos(long double x) { return std::acos(x); }
-long double Atan(long double x) { return std::atan(x); }
-constexpr long double kDegree = 3.14159265358979323846264338327950288L / 180;
-long double SinDeg(long double x) { return std::sin(x * kDegree); }
-long double CosDeg(long double x) { return std::cos(x * kDegree); }
-long double TanDeg(long double x) { return std::tan(x * kDegree); }
-long double AsinDeg(long double x) { return std::asin(x) / kDegree; }
-long double AcosDeg(long double x) { return std::acos(x) / kDegree; }
-long double AtanDeg(long double x) { return std::atan(x) / kDegree; }
 
 struct Sweep {
   const char* name;

@@ -8,11 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "FL48LongDouble.h"
 #include "FL48TestSupport.h"
 #include "kavri/FL48.h"
 #include "kavri/FL48Text.h"
 
 namespace {
+
+using fl48ld::Nearest;
 
 using fl48test::Make;
 using fl48test::Mant;
@@ -141,17 +144,6 @@ Digits ExactDigits(const FL48& x, int n) {
   return {std::to_string(v), d};
 }
 
-// The FL48 nearest to v (v normal, not zero).
-FL48 Nearest(long double v) {
-  int e = 0;
-  const long double m = std::frexp(std::fabs(v), &e);
-  uint64_t mant = uint64_t(std::llround(std::ldexp(m, 32)));
-  if (mant >> 32) {
-    mant >>= 1;
-    ++e;
-  }
-  return Make(uint16_t((e + FL48_EXP_BIAS) | (v < 0 ? FL48_SIGN_BIT : 0)), uint32_t(mant));
-}
 
 std::string Text(const FL48& x, const char* format) {
   char out[300];
