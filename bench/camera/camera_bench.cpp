@@ -12,6 +12,7 @@
 
 #include <jpeglib.h>  // after <cstdio>, which it needs
 
+#include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/SimCamera.h"
 #include "kavri/Camera.h"
@@ -141,12 +142,7 @@ void BM_CapturePathPerFrame(benchmark::State& state) {
   camera.SetFrameSource([&jpeg](uint32_t, int, int) { return jpeg; });
   int16_t frameCounter = 0;
   uint8_t change = 0;
-  CameraAnalysisCounter counter{};
-  counter.base = {CameraAnalysisTypeCounter, nullptr, width, height};
-  counter.frameRate = 30;
-  counter.powerlineFreq = 50;
-  counter.frameCounterVar = &frameCounter;
-  counter.changeVar = &change;
+  CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(width, height, 30, 50, &frameCounter, &change);
   StartCapture(counter);
   clockid_t captureClock;
   pthread_getcpuclockid(CameraThread, &captureClock);

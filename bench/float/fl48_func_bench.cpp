@@ -155,13 +155,7 @@ void BM_Function(benchmark::State& state, Fl48Function fl48, DoubleFunction refe
   const auto runReference = [&] {
     for (double d : doubles) benchmark::DoNotOptimize(reference(d));
   };
-  for (auto _ : state) runFl48();
-  state.SetItemsProcessed(state.iterations() * kBatch);
-  const double fl48Ns = fl48bench::NsPerCall(runFl48, kBatch);
-  const double referenceNs = fl48bench::NsPerCall(runReference, kBatch);
-  state.counters["fl48_ns"] = fl48Ns;
-  state.counters["libm_double_ns"] = referenceNs;
-  state.counters["ratio"] = fl48Ns / referenceNs;
+  fl48bench::ReportAgainstReference(state, runFl48, runReference, kBatch, "libm_double");
 }
 
 double LibmExp10(double x) { return std::pow(10.0, x); }

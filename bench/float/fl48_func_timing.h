@@ -5,7 +5,10 @@
 
 #include <time.h>
 
+#include <benchmark/benchmark.h>
+
 #include <algorithm>
+#include <string>
 
 namespace fl48bench {
 
@@ -27,6 +30,20 @@ double NsPerCall(Body body, int callsPerBody) {
     best = std::min(best, (ThreadCpuNs() - start) / (double(kBodiesPerRepeat) * callsPerBody));
   }
   return best;
+}
+
+// Runs the FL48 batch as the benchmark's own loop, then times it and the
+// reference batch in the same run and reports both and their ratio.
+template <typename Fl48Body, typename ReferenceBody>
+void ReportAgainstReference(benchmark::State& state, Fl48Body runFl48, ReferenceBody runReference, int callsPerBody,
+                            const std::string& referenceName) {
+  for (auto _ : state) runFl48();
+  state.SetItemsProcessed(state.iterations() * callsPerBody);
+  const double fl48Ns = NsPerCall(runFl48, callsPerBody);
+  const double referenceNs = NsPerCall(runReference, callsPerBody);
+  state.counters["fl48_ns"] = fl48Ns;
+  state.counters[referenceName + "_ns"] = referenceNs;
+  state.counters["ratio"] = fl48Ns / referenceNs;
 }
 
 }  // namespace fl48bench

@@ -53,13 +53,7 @@ void BM_ConvToText(benchmark::State& state, const char* picture, const char* pri
       benchmark::DoNotOptimize(text);
     }
   };
-  for (auto _ : state) runFl48();
-  state.SetItemsProcessed(state.iterations() * kBatch);
-  const double fl48Ns = fl48bench::NsPerCall(runFl48, kBatch);
-  const double snprintfNs = fl48bench::NsPerCall(runSnprintf, kBatch);
-  state.counters["fl48_ns"] = fl48Ns;
-  state.counters["snprintf_ns"] = snprintfNs;
-  state.counters["ratio"] = fl48Ns / snprintfNs;
+  fl48bench::ReportAgainstReference(state, runFl48, runSnprintf, kBatch, "snprintf");
 }
 
 BENCHMARK_CAPTURE(BM_ConvToText, Fixed, "####.##", "%7.2f");

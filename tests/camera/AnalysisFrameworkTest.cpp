@@ -9,6 +9,7 @@
 
 #include "CameraChain.h"
 #include "TestImages.h"
+#include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
 #include "kavri/KavriLib.h"
@@ -26,13 +27,7 @@ struct ForeignRecord {
 };
 
 CameraAnalysisCounter MakeCounter(int width, int height, int16_t* frameCounter, uint8_t* change) {
-  CameraAnalysisCounter counter{};
-  counter.base = {CameraAnalysisTypeCounter, nullptr, width, height};
-  counter.frameRate = 10;
-  counter.powerlineFreq = 50;
-  counter.frameCounterVar = frameCounter;
-  counter.changeVar = change;
-  return counter;
+  return camera_devices::MakeCounterRecord(width, height, 10, 50, frameCounter, change);
 }
 
 class CameraFrameworkTest : public testing::Test {

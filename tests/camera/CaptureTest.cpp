@@ -10,6 +10,7 @@
 #include <string>
 
 #include "TestImages.h"
+#include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
 #include "kavri/KavriLib.h"
@@ -69,11 +70,7 @@ class CameraCaptureTest : public testing::Test {
     CameraFile = nullptr;
     Bytes yuyv = GradientYuyv(kWidth, kHeight);
     goodFrame_ = camera_devices::EncodeYuyvJpeg(yuyv.data(), kWidth, kHeight);
-    counter_.base = {CameraAnalysisTypeCounter, nullptr, kWidth, kHeight};
-    counter_.frameRate = 30;
-    counter_.powerlineFreq = 60;
-    counter_.frameCounterVar = &frameCounterVar_;
-    counter_.changeVar = &changeVar_;
+    counter_ = camera_devices::MakeCounterRecord(kWidth, kHeight, 30, 60, &frameCounterVar_, &changeVar_);
   }
 
   void TearDown() override {

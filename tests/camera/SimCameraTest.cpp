@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "TestImages.h"
+#include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/SimCamera.h"
 #include "kavri/Camera.h"
@@ -61,12 +62,7 @@ TEST(CameraSimTest, CaptureRunsOnTheSimulatedCamera) {
   DebugFlags = 0;
   int16_t frames = 0;
   uint8_t change = 0;
-  CameraAnalysisCounter counter{};
-  counter.base = {CameraAnalysisTypeCounter, nullptr, kWidth, kHeight};
-  counter.frameRate = 100;
-  counter.powerlineFreq = 50;
-  counter.frameCounterVar = &frames;
-  counter.changeVar = &change;
+  CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(kWidth, kHeight, 100, 50, &frames, &change);
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   CameraSetup(&counter.base);
