@@ -42,8 +42,6 @@ Yuv SceneAt(int x, int y, int width, int height, const Ball& ball) {
   return kFloor;
 }
 
-}  // namespace
-
 std::vector<uint8_t> RenderSimScene(uint32_t frameNumber, int width, int height) {
   if (width < 2 || height < 1) return {};
   std::vector<uint8_t> yuyv(size_t(width) * height * 2);
@@ -62,6 +60,8 @@ std::vector<uint8_t> RenderSimScene(uint32_t frameNumber, int width, int height)
   }
   return yuyv;
 }
+
+}  // namespace
 
 std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height) {
   std::vector<uint8_t> yuyv = RenderSimScene(frameNumber, width, height);

@@ -6,8 +6,8 @@
 
 #include <cstring>
 
-#include "../../src/host/KavriServer.h"
 #include "ControllerProcess.h"
+#include "host/KavriServer.h"
 #include "kavri/KavriLib.h"
 #include "kavri/MotorIOLib.h"
 

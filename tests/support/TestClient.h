@@ -14,7 +14,6 @@ class TestClient {
   TestClient(const TestClient&) = delete;
   TestClient& operator=(const TestClient&) = delete;
 
-  bool connected() const { return fd_ >= 0; }
   void Send(const void* bytes, size_t length);
   void SendWord(uint32_t word) { Send(&word, sizeof word); }
   // Reads up to `length` bytes, fewer only if the server closed or timed out.

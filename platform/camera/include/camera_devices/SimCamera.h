@@ -13,8 +13,7 @@ void SimCamera_Install(void);
 }
 
 namespace camera_devices {
-// The scene at one frame number, as packed YUYV and as the camera sends it.
-std::vector<uint8_t> RenderSimScene(uint32_t frameNumber, int width, int height);
+// The scene at one frame number as the camera sends it (4:2:2 Motion-JPEG).
 std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height);
 }  // namespace camera_devices
 
