@@ -67,7 +67,7 @@ double NsPerOperation(Pass&& pass) {
   return (ThreadNs() - start) / kCount;
 }
 
-#define KAVRI_NOINLINE __attribute__((noinline))
+#define KAVRI_NOINLINE __attribute__((noipa))
 KAVRI_NOINLINE void HardAdd(double* a, const double* b) { *a += *b; }
 KAVRI_NOINLINE void HardMul(double* a, const double* b) { *a *= *b; }
 KAVRI_NOINLINE void HardDiv(double* a, const double* b) { *a /= *b; }

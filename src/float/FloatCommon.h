@@ -34,7 +34,7 @@ namespace kavri::fl {
 
 // ---- Word 0 ----
 
-inline unsigned fieldOf(uint16_t expWord) { return expWord & FL48_EXP_MASK; }
+inline unsigned fieldOf(uint16_t expWord) { return unsigned(expWord) & FL48_EXP_MASK; }
 template <class R>
 inline unsigned fieldOf(const R& x) {
   return fieldOf(x.expWord);
@@ -473,12 +473,23 @@ inline Number<R> loadNumber(const R& x) {
 // (align the smaller operand, add or subtract the magnitudes, negate after a
 // borrow, shift a carry back in), in one signed 64-bit sum so that the signs
 // and exponents of real data, which are unpredictable, cost no branches.
+// Below the top field a carry cannot overflow, and the caller says whether
+// the operands are known to be there.
 template <class R>
-KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
+struct AlignedSum {
+  int64_t sum;    // a's magnitude plus or minus b's, aligned to the larger field
+  unsigned head;  // a's sign and exact flag with the larger field
+  int32_t field;
+};
+
+template <class R>
+KAVRI_FL_INLINE AlignedSum<R> alignedSum(const R& a, const R& b, bool subtract) {
   int32_t fa = int32_t(fieldOf(a)), fb = int32_t(fieldOf(b));
-  int32_t field = std::max(fa, fb);
   uint64_t ma = loadMant(a), mb = loadMant(b);
-  int32_t shiftA = field - fa, shiftB = field - fb;  // one of them is 0
+  // The shifts that align both to the larger field (one of them is 0), as
+  // masks: written as a maximum, GCC may compare and branch.
+  int32_t d = fa - fb;
+  int32_t shiftB = d & ~(d >> 31), shiftA = shiftB - d;
   if (shiftA + shiftB < kBitsOf<R>) [[likely]] {
     ma >>= shiftA;
     mb >>= shiftB;
@@ -486,29 +497,55 @@ KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract) {
     ma = shiftA ? 0 : ma;
     mb = shiftB ? 0 : mb;
   }
-  unsigned head = (a.expWord & ~unsigned(FL48_EXP_MASK)) | unsigned(field);
   bool unlike = (((a.expWord ^ b.expWord) & FL48_SIGN_BIT) != 0) != subtract;
-  int64_t sum = int64_t(ma) + negatedIf(int64_t(mb), unlike);
-  int64_t borrow = sum >> 63;  // all ones after a borrow
-  uint64_t magnitude = uint64_t((sum ^ borrow) - borrow);
+  // Raising a's field by its shift never reaches the flags.
+  return {int64_t(ma) + negatedIf(int64_t(mb), unlike), a.expWord + unsigned(shiftA), fa + shiftA};
+}
+
+template <class R>
+KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract, bool belowTop) {
+  AlignedSum<R> aligned = alignedSum(a, b, subtract);
+  unsigned head = aligned.head;
+  int64_t borrow = aligned.sum >> 63;  // all ones after a borrow
+  uint64_t magnitude = uint64_t((aligned.sum ^ borrow) - borrow);
   head ^= unsigned(borrow & FL48_SIGN_BIT);
   unsigned carry = unsigned(magnitude >> kBitsOf<R>);
   head &= ~((carry & unsigned(magnitude)) << 14);  // a 1 shifted out: no longer exact
   magnitude >>= carry;
   head += carry;
-  if (field >= FL48_EXP_MAX) [[unlikely]] {  // only here can a carry overflow
-    if (carry) head = FL48_CODE_OVERFLOW;
+  if (belowTop) {
+    if (head > 0xFFFF) __builtin_unreachable();  // the field stays below the top
+  } else {
+    if (carry && aligned.field >= FL48_EXP_MAX) head = FL48_CODE_OVERFLOW;
   }
   return {head, MantOf<R>(magnitude)};
 }
 
+// Both operands are numbers below the top field: the sum needs neither the
+// special rules nor the overflow test.
 template <class R>
-KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
-  if (!bothNumbers(a, b)) [[unlikely]] {
+inline bool bothBelowTop(const R& a, const R& b) {
+  constexpr unsigned kSpan = FL48_EXP_MAX - FL48_EXP_MIN;
+  return (fieldOf(a) - FL48_EXP_MIN < kSpan) & (fieldOf(b) - FL48_EXP_MIN < kSpan);
+}
+
+template <class R>
+[[gnu::noinline]] void addOrSubtractAny(R& a, const R& b, bool subtract) {
+  if (!bothNumbers(a, b)) {
     applyBinarySpecial(a, b, subtract ? '-' : '+');
     return;
   }
-  Number<R> sum = sumOfNumbers(a, b, subtract);
+  Number<R> sum = sumOfNumbers(a, b, subtract, false);
+  storeNumber(a, sum.head, sum.mant);
+}
+
+template <class R>
+KAVRI_FL_INLINE void addOrSubtract(R& a, const R& b, bool subtract) {
+  if (!bothBelowTop(a, b)) [[unlikely]] {
+    addOrSubtractAny(a, b, subtract);
+    return;
+  }
+  Number<R> sum = sumOfNumbers(a, b, subtract, true);
   storeNumber(a, sum.head, sum.mant);
 }
 

@@ -42,12 +42,14 @@ Difference describe(unsigned head, uint32_t mant) {
 
 // a - b exactly as FL48_Sub forms it, without writing a record.
 Difference difference(const FL48* a, const FL48* b) {
-  if (bothNumbers(*a, *b)) [[likely]] {
-    Number<FL48> d = sumOfNumbers(*a, *b, true);
-    return describe(d.head, d.mant);
+  if (bothBelowTop(*a, *b)) [[likely]] {
+    // A number: its mantissa is zero only when the sum is, and its sign is
+    // a's, turned by a borrow.
+    AlignedSum<FL48> d = alignedSum(*a, *b, true);
+    return {false, false, d.sum == 0, ((d.head & FL48_SIGN_BIT) != 0) != (d.sum < 0)};
   }
   FL48 d = *a;
-  applyBinarySpecial(d, *b, '-');
+  addOrSubtractAny(d, *b, true);
   return describe(d.expWord, loadMant(d));
 }
 
@@ -67,9 +69,9 @@ uint32_t magnitudeRoundedAway(uint32_t m, int32_t e) {
 
 extern "C" {
 
-void FL48_Add(FL48* a, const FL48* b) { addOrSubtract(*a, *b, false); }
+KAVRI_FL_BUILT_TWICE void FL48_Add(FL48* a, const FL48* b) { addOrSubtract(*a, *b, false); }
 
-void FL48_Sub(FL48* a, const FL48* b) { addOrSubtract(*a, *b, true); }
+KAVRI_FL_BUILT_TWICE void FL48_Sub(FL48* a, const FL48* b) { addOrSubtract(*a, *b, true); }
 
 KAVRI_FL_BUILT_TWICE void FL48_Mul(FL48* a, const FL48* b) { multiply(*a, *b); }
 
