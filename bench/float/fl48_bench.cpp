@@ -7,7 +7,10 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <utility>
 #include <random>
 #include <vector>
 
@@ -67,7 +70,13 @@ double NsPerOperation(Pass&& pass) {
   return (ThreadNs() - start) / kCount;
 }
 
-#define KAVRI_NOINLINE __attribute__((noipa))
+// The references keep their pointer arguments (no interprocedural rewrite
+// that passes *b by value). The binary and comparison loops and every
+// reference start on a cache line, as the library's fast entry points do, so
+// that a change elsewhere in the program cannot move one side across a line
+// and not the other.
+#define KAVRI_NOINLINE __attribute__((noipa, aligned(64)))
+#define KAVRI_LOOP __attribute__((noinline, aligned(64), optimize("align-loops=64")))
 KAVRI_NOINLINE void HardAdd(double* a, const double* b) { *a += *b; }
 KAVRI_NOINLINE void HardMul(double* a, const double* b) { *a *= *b; }
 KAVRI_NOINLINE void HardDiv(double* a, const double* b) { *a /= *b; }
@@ -83,16 +92,54 @@ extern "C" __attribute__((pcs("aapcs"))) double __aeabi_ddiv(double, double);
 #define KAVRI_SOFT_FLOAT 1
 #endif
 
-// One benchmark per operation: each round times the FL48 pass and the
-// reference passes over the same operands; the counters are their means.
-template <class FlPass, class HardPass>
-void Compare(benchmark::State& state, FlPass&& fl, HardPass&& hard, double (*soft)(Operands&) = nullptr) {
+// Where a loop sits relative to the function it calls moves its speed by up
+// to a tenth on current x86 cores, whose instruction caches and predictors
+// are indexed by address bits; an unrelated change can move a loop. So each
+// loop is built at kPlacements offsets spread over a page (a jump over
+// padding of a different length in each copy), and the figures are medians
+// over the copies. Elsewhere all copies are the same code.
+constexpr int kPlacements = 8;
+constexpr int kPlacementStep = 9 * 64;
+
+template <int Placement>
+inline void PlaceLoop() {
+#if defined(__x86_64__)
+  asm volatile("jmp 1f\n\t.skip %c0, 0xcc\n1:" ::"i"(Placement * kPlacementStep));
+#endif
+}
+
+using Pass = void (*)(Operands&);
+template <size_t N>
+using Passes = std::array<Pass, N>;
+
+template <template <int> class Loop, int... P>
+constexpr Passes<sizeof...(P)> AllPlacements(std::integer_sequence<int, P...>) {
+  return {&Loop<P>::Run...};
+}
+template <template <int> class Loop>
+constexpr Passes<kPlacements> Placed() {
+  return AllPlacements<Loop>(std::make_integer_sequence<int, kPlacements>());
+}
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  size_t n = values.size();
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// One benchmark per operation: each round times every copy of the FL48 pass
+// and of the reference pass over the same operands.
+template <size_t N>
+void Compare(benchmark::State& state, const Passes<N>& fl, const Passes<N>& hard, double (*soft)(Operands&) = nullptr) {
   Operands ops = MakeOperands();
-  double flNs = 0, hardNs = 0, softNs = 0;
+  std::vector<double> flNs(N), hardNs(N);
+  double softNs = 0;
   int rounds = 0;
   for (auto _ : state) {
-    flNs += NsPerOperation([&] { fl(ops); });
-    hardNs += NsPerOperation([&] { hard(ops); });
+    for (size_t p = 0; p < N; ++p) {
+      flNs[p] += NsPerOperation([&] { fl[p](ops); });
+      hardNs[p] += NsPerOperation([&] { hard[p](ops); });
+    }
     if (soft) softNs += soft(ops);
     benchmark::DoNotOptimize(ops.out.data());
     benchmark::DoNotOptimize(ops.dout.data());
@@ -100,12 +147,24 @@ void Compare(benchmark::State& state, FlPass&& fl, HardPass&& hard, double (*sof
     benchmark::ClobberMemory();
     ++rounds;
   }
-  state.counters["fl48_ns"] = flNs / rounds;
-  state.counters["double_ns"] = hardNs / rounds;
-  state.counters["x_double"] = flNs / hardNs;
+  for (size_t p = 0; p < N; ++p) {
+    flNs[p] /= rounds;
+    hardNs[p] /= rounds;
+  }
+  double fl48 = Median(flNs), reference = Median(hardNs);
+  state.counters["fl48_ns"] = fl48;
+  state.counters["double_ns"] = reference;
+  state.counters["x_double"] = fl48 / reference;
+  if (N > 1) {
+    state.counters["fl48_ns_min"] = *std::min_element(flNs.begin(), flNs.end());
+    state.counters["fl48_ns_max"] = *std::max_element(flNs.begin(), flNs.end());
+    state.counters["double_ns_min"] = *std::min_element(hardNs.begin(), hardNs.end());
+    state.counters["double_ns_max"] = *std::max_element(hardNs.begin(), hardNs.end());
+  }
   if (soft) {
-    state.counters["softfloat_ns"] = softNs / rounds;
-    state.counters["x_softfloat"] = flNs / softNs;
+    softNs /= rounds;
+    state.counters["softfloat_ns"] = softNs;
+    state.counters["x_softfloat"] = fl48 / softNs;
   }
 }
 
@@ -113,33 +172,57 @@ void Compare(benchmark::State& state, FlPass&& fl, HardPass&& hard, double (*sof
 // whose callee the compiler cannot see, reloads them after every call while
 // the reference loop, whose callee it can see, does not.
 template <void (*Op)(FL48*, const FL48*)>
-void FlBinary(Operands& ops) {
-  const FL48 *a = ops.a.data(), *b = ops.b.data();
-  FL48* out = ops.out.data();
-  for (int i = 0; i < kCount; ++i) {
-    FL48 x = a[i];
-    Op(&x, &b[i]);
-    out[i] = x;
-  }
-}
+struct FlBinary {
+  template <int Placement>
+  struct At {
+    KAVRI_LOOP static void Run(Operands& ops) {
+      PlaceLoop<Placement>();
+      const FL48 *a = ops.a.data(), *b = ops.b.data();
+      FL48* out = ops.out.data();
+      for (int i = 0; i < kCount; ++i) {
+        FL48 x = a[i];
+        Op(&x, &b[i]);
+        out[i] = x;
+      }
+    }
+  };
+};
 template <void (*Op)(double*, const double*)>
-void HardBinary(Operands& ops) {
-  const double *a = ops.da.data(), *b = ops.db.data();
-  double* out = ops.dout.data();
-  for (int i = 0; i < kCount; ++i) {
-    double x = a[i];
-    Op(&x, &b[i]);
-    out[i] = x;
-  }
-}
+struct HardBinary {
+  template <int Placement>
+  struct At {
+    KAVRI_LOOP static void Run(Operands& ops) {
+      PlaceLoop<Placement>();
+      const double *a = ops.da.data(), *b = ops.db.data();
+      double* out = ops.dout.data();
+      for (int i = 0; i < kCount; ++i) {
+        double x = a[i];
+        Op(&x, &b[i]);
+        out[i] = x;
+      }
+    }
+  };
+};
 template <int32_t (*Op)(const FL48*, const FL48*)>
-void FlPredicate(Operands& ops) {
-  for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.a[i], &ops.b[i]);
-}
+struct FlPredicate {
+  template <int Placement>
+  struct At {
+    KAVRI_LOOP static void Run(Operands& ops) {
+      PlaceLoop<Placement>();
+      for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.a[i], &ops.b[i]);
+    }
+  };
+};
 template <int32_t (*Op)(const double*, const double*)>
-void HardPredicate(Operands& ops) {
-  for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.da[i], &ops.db[i]);
-}
+struct HardPredicate {
+  template <int Placement>
+  struct At {
+    KAVRI_LOOP static void Run(Operands& ops) {
+      PlaceLoop<Placement>();
+      for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.da[i], &ops.db[i]);
+    }
+  };
+};
 
 #ifdef KAVRI_SOFT_FLOAT
 template <double (*Op)(double, double)>
@@ -154,44 +237,46 @@ double SoftBinary(Operands& ops) {
 #endif
 
 void BM_Add(benchmark::State& state) {
-  Compare(state, FlBinary<FL48_Add>, HardBinary<HardAdd>, KAVRI_SOFT(__aeabi_dadd));
+  Compare(state, Placed<FlBinary<FL48_Add>::At>(), Placed<HardBinary<HardAdd>::At>(), KAVRI_SOFT(__aeabi_dadd));
 }
 void BM_Mul(benchmark::State& state) {
-  Compare(state, FlBinary<FL48_Mul>, HardBinary<HardMul>, KAVRI_SOFT(__aeabi_dmul));
+  Compare(state, Placed<FlBinary<FL48_Mul>::At>(), Placed<HardBinary<HardMul>::At>(), KAVRI_SOFT(__aeabi_dmul));
 }
 void BM_Div(benchmark::State& state) {
-  Compare(state, FlBinary<FL48_Div>, HardBinary<HardDiv>, KAVRI_SOFT(__aeabi_ddiv));
+  Compare(state, Placed<FlBinary<FL48_Div>::At>(), Placed<HardBinary<HardDiv>::At>(), KAVRI_SOFT(__aeabi_ddiv));
 }
 void BM_Sqrt(benchmark::State& state) {
-  Compare(
-      state,
-      [](Operands& ops) {
-        for (int i = 0; i < kCount; ++i) {
-          FL48 x = ops.a[i];
-          FL48_Sqrt(&x);
-          ops.out[i] = x;
-        }
-      },
-      [](Operands& ops) {
-        for (int i = 0; i < kCount; ++i) {
-          double x = ops.da[i];
-          HardSqrt(&x);
-          ops.dout[i] = x;
-        }
-      });
+  Compare(state,
+          Passes<1>{[](Operands& ops) {
+            for (int i = 0; i < kCount; ++i) {
+              FL48 x = ops.a[i];
+              FL48_Sqrt(&x);
+              ops.out[i] = x;
+            }
+          }},
+          Passes<1>{[](Operands& ops) {
+            for (int i = 0; i < kCount; ++i) {
+              double x = ops.da[i];
+              HardSqrt(&x);
+              ops.dout[i] = x;
+            }
+          }});
 }
 void BM_ConvFromShort(benchmark::State& state) {
-  Compare(
-      state,
-      [](Operands& ops) {
-        for (int i = 0; i < kCount; ++i) FL48_ConvFromShort(&ops.out[i], ops.shorts[i]);
-      },
-      [](Operands& ops) {
-        for (int i = 0; i < kCount; ++i) HardFromShort(&ops.dout[i], ops.shorts[i]);
-      });
+  Compare(state,
+          Passes<1>{[](Operands& ops) {
+            for (int i = 0; i < kCount; ++i) FL48_ConvFromShort(&ops.out[i], ops.shorts[i]);
+          }},
+          Passes<1>{[](Operands& ops) {
+            for (int i = 0; i < kCount; ++i) HardFromShort(&ops.dout[i], ops.shorts[i]);
+          }});
 }
-void BM_IsLess(benchmark::State& state) { Compare(state, FlPredicate<FL48_IsLess>, HardPredicate<HardLess>); }
-void BM_IsEqual(benchmark::State& state) { Compare(state, FlPredicate<FL48_IsEqual>, HardPredicate<HardEqual>); }
+void BM_IsLess(benchmark::State& state) {
+  Compare(state, Placed<FlPredicate<FL48_IsLess>::At>(), Placed<HardPredicate<HardLess>::At>());
+}
+void BM_IsEqual(benchmark::State& state) {
+  Compare(state, Placed<FlPredicate<FL48_IsEqual>::At>(), Placed<HardPredicate<HardEqual>::At>());
+}
 
 BENCHMARK(BM_Add);
 BENCHMARK(BM_Mul);

@@ -22,12 +22,13 @@ namespace kavri::fl {
 // The operations' bodies are inlined into each exported entry point.
 #define KAVRI_FL_INLINE inline __attribute__((always_inline))
 
-// FL48_Mul is built twice on x86-64: for any processor and for those with
-// the three-operand shifts and bit instructions (BMI1, BMI2). The loader
-// binds the symbol to the one the processor runs, so calls through the GOT
-// cost nothing extra.
+// FL48_Add, FL48_Sub and FL48_Mul are built twice on x86-64: for any
+// processor and for those with the three-operand shifts and bit instructions
+// (BMI1, BMI2). The loader binds the symbol to the one the processor runs, so
+// calls through the GOT cost nothing extra. Each starts on a cache line: their
+// fast paths then span three lines instead of four.
 #if defined(__x86_64__)
-#define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default")))
+#define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default"), aligned(64)))
 #else
 #define KAVRI_FL_BUILT_TWICE
 #endif
@@ -100,9 +101,9 @@ struct Format<FL64> {
 // 4-byte and one 2-byte load) gets the values forwarded from the stores.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-endian words");
 inline void storeNumber(FL48& x, unsigned head, uint32_t m) {
-  uint32_t low = (head & 0xFFFF) | (m & 0xFFFF0000u);
-  std::memcpy(&x, &low, 4);
   x.mant[1] = uint16_t(m);
+  uint32_t low = (head & 0xFFFF) | (m >> 16 << 16);
+  std::memcpy(&x, &low, 4);
 }
 inline void storeNumber(FL64& x, unsigned head, uint64_t m) {
   uint32_t low = (head & 0xFFFF) | (uint32_t(m >> 16) & 0xFFFF0000u);
@@ -489,7 +490,8 @@ KAVRI_FL_INLINE AlignedSum<R> alignedSum(const R& a, const R& b, bool subtract) 
   // The shifts that align both to the larger field (one of them is 0), as
   // masks: written as a maximum, GCC may compare and branch.
   int32_t d = fa - fb;
-  int32_t shiftB = d & ~(d >> 31), shiftA = shiftB - d;
+  int32_t bLarger = d >> 31;  // all ones when b's field is the larger
+  int32_t shiftB = d & ~bLarger, shiftA = -d & bLarger;
   if (shiftA + shiftB < kBitsOf<R>) [[likely]] {
     ma >>= shiftA;
     mb >>= shiftB;

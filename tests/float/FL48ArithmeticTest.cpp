@@ -69,6 +69,14 @@ TEST(FL48Arithmetic, AlignmentAndCarries) {
        Make(0x6002, 0xC0000000)},
       {"carry at the top exponent overflows", false, Make(0xE000 | FL48_EXP_MAX, 0xC0000000),
        Make(0x8000 | FL48_EXP_MAX, 0xC0000000), Make(FL48_CODE_OVERFLOW, 0xC0000000)},
+      {"carry just below the top reaches it", false, Make(0x6000 | (FL48_EXP_MAX - 1), 0xC0000000),
+       Make(0x6000 | (FL48_EXP_MAX - 1), 0xC0000000), Make(0x6000 | FL48_EXP_MAX, 0xC0000000)},
+      {"no carry at the top stays there", false, Make(0x6000 | FL48_EXP_MAX, 0xC0000000),
+       Make(0xE000 | FL48_EXP_MAX, 0x40000000), Make(0x6000 | FL48_EXP_MAX, 0x80000000)},
+      {"a field above the top without a carry is kept", true, Make(0x6000 | 16200, 0xC0000000),
+       Make(0x6000 | 16199, 0x80000000), Make(0x6000 | 16200, 0x80000000)},
+      {"a field above the top with a carry overflows", false, Make(0x2000 | 16383, 0x80000000),
+       Make(0x2000 | 16383, 0x80000000), Make(FL48_CODE_OVERFLOW, 0x80000000)},
       {"smaller b is shifted without touching exact", false, Make(0x6003, 0x80000000), Make(0x2001, 0x80000001),
        Make(0x6003, 0xA0000000)},
       {"smaller a takes b's exponent, keeps its sign and flag", false, Make(0xE001, 0x80000000),
@@ -175,6 +183,11 @@ TEST(FL48Comparisons, DecideOnTheDifference) {
       {"lost vs 1", lost, one, 0, 0, 0, 0, 0, 0},
       {"undefined vs undefined", undef, undef, 0, 0, 0, 0, 1, 0},
       {"undefined vs 1", undef, one, 0, 0, 0, 0, 0, 0},
+      {"at the top, larger vs smaller", Make(0x2000 | FL48_EXP_MAX, 0xC0000000),
+       Make(0x2000 | FL48_EXP_MAX, 0x80000000), 0, 0, 1, 1, 0, 1},
+      {"at the top, -x vs x (the difference overflows)", Make(0xA000 | FL48_EXP_MAX, 0xC0000000),
+       Make(0x2000 | FL48_EXP_MAX, 0xC0000000), 0, 0, 0, 0, 0, 0},
+      {"at the top vs 1", Make(0x2000 | FL48_EXP_MAX, 0x80000000), one, 0, 0, 1, 1, 0, 1},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(FL48_IsLess(&c.a, &c.b), c.less) << c.name;
