@@ -13,42 +13,89 @@ namespace {
 constexpr uint8_t kSolid = 0xFF;
 constexpr uint8_t kClear = 0x00;
 
-// Dots on the pixels whose parity is that of x.
-uint8_t DotPattern(int32_t x) { return (x % 2 == 0) ? 0xAA : 0x55; }
+// The shapes work out their corners and lengths in 64 bits: a program may
+// pass any 32-bit position and size, and a sum past the 32-bit range is off
+// the buffer, never wrapped back into it.
 
-// The far ends are compared as room left after the start, as x + n could overflow.
-bool HLineInBuffer(int32_t x, int32_t y, int32_t n) {
-  return n > 0 && x >= 0 && y >= 0 && n <= TextGrph.Width - x && y < TextGrph.Height;
+// Dots on the pixels whose parity is that of x.
+uint8_t DotPattern(int64_t x) { return (x % 2 == 0) ? 0xAA : 0x55; }
+
+bool HLineInBuffer(int64_t x, int64_t y, int64_t n) {
+  return n > 0 && x >= 0 && y >= 0 && x + n <= TextGrph.Width && y < TextGrph.Height;
 }
 
 // Negative lengths draw nothing: they would reach outside the buffer.
-bool VLineInBuffer(int32_t x, int32_t y, int32_t n) {
-  return n > 0 && x >= 0 && y >= 0 && x < TextGrph.Width && n <= TextGrph.Height - y;
+bool VLineInBuffer(int64_t x, int64_t y, int64_t n) {
+  return n > 0 && x >= 0 && y >= 0 && x < TextGrph.Width && y + n <= TextGrph.Height;
 }
 
-void WriteHLine(int32_t x, int32_t y, int32_t n, uint8_t pattern) {
-  if (HLineInBuffer(x, y, n)) WriteRowSpan(RowOf(y), x, n, pattern);
+void WriteHLine(int64_t x, int64_t y, int64_t n, uint8_t pattern) {
+  if (HLineInBuffer(x, y, n))
+    WriteRowSpan(RowOf(static_cast<int32_t>(y)), static_cast<int32_t>(x), static_cast<int32_t>(n), pattern);
 }
 
 // Row i of the line is set where isSet(i) holds, cleared elsewhere.
 template <typename IsSet>
-void WriteVLine(int32_t x, int32_t y, int32_t n, IsSet isSet) {
+void WriteVLine(int64_t x, int64_t y, int64_t n, IsSet isSet) {
   if (!VLineInBuffer(x, y, n)) return;
-  for (int32_t i = 0; i < n; ++i) WritePixel(x, y + i, isSet(i));
+  for (int32_t i = 0; i < n; ++i) WritePixel(static_cast<int32_t>(x), static_cast<int32_t>(y) + i, isSet(i));
 }
 
-bool FilledRectangleInBuffer(int32_t x, int32_t y, int32_t w, int32_t h) {
-  return w > 0 && h > 0 && InBuffer(x, y) && w < TextGrph.Width - x && h < TextGrph.Height - y;
+void HLine(int64_t x, int64_t y, int64_t n) { WriteHLine(x, y, n, kSolid); }
+void VLine(int64_t x, int64_t y, int64_t n) {
+  WriteVLine(x, y, n, [](int32_t) { return true; });
+}
+void HLineDotted(int64_t x, int64_t y, int64_t n) { WriteHLine(x, y, n, DotPattern(x)); }
+void VLineDotted(int64_t x, int64_t y, int64_t n) {
+  WriteVLine(x, y, n, [](int32_t i) { return i % 2 == 0; });
+}
+
+struct Corner {
+  int64_t x, y;
+};
+Corner CursorCorner() { return {TextGrph.CursorX, TextGrph.CursorY}; }
+
+bool FilledRectangleInBuffer(Corner c, int64_t w, int64_t h) {
+  return w > 0 && h > 0 && InBuffer(c.x, c.y) && c.x + w < TextGrph.Width && c.y + h < TextGrph.Height;
 }
 
 // Columns x .. x + w of rows y .. y + h; one row fewer when the columns share
 // one byte, as the filled rectangles have always done.
-void FillRectangleAtCursor(int32_t w, int32_t h, uint8_t pattern) {
-  const int32_t x = TextGrph.CursorX;
-  const int32_t y = TextGrph.CursorY;
-  if (!FilledRectangleInBuffer(x, y, w, h)) return;
-  const int32_t rows = (x / 8 == (x + w) / 8) ? h : h + 1;
-  for (int32_t r = 0; r < rows; ++r) WriteRowSpan(RowOf(y + r), x, w + 1, pattern);
+void FillRectangle(Corner c, int64_t w, int64_t h, uint8_t pattern) {
+  if (!FilledRectangleInBuffer(c, w, h)) return;
+  const auto x = static_cast<int32_t>(c.x), y = static_cast<int32_t>(c.y);
+  const auto width = static_cast<int32_t>(w), height = static_cast<int32_t>(h);
+  const int32_t rows = (x / 8 == (x + width) / 8) ? height : height + 1;
+  for (int32_t r = 0; r < rows; ++r) WriteRowSpan(RowOf(y + r), x, width + 1, pattern);
+}
+
+void Rectangle(Corner c, int64_t w, int64_t h) {
+  HLine(c.x, c.y, w + 1);
+  VLine(c.x, c.y + 1, h - 1);
+  VLine(c.x + w, c.y + 1, h - 1);
+  HLine(c.x, c.y + h, w + 1);
+}
+
+void RectangleRounded(Corner c, int64_t w, int64_t h) {
+  HLine(c.x + 1, c.y, w - 1);
+  VLine(c.x, c.y + 1, h - 1);
+  VLine(c.x + w, c.y + 1, h - 1);
+  HLine(c.x + 1, c.y + h, w - 1);
+}
+
+// The right and bottom lines start one pixel later when their corner would
+// break the dot pattern, so the dots run on round the corners.
+void RectangleDotted(Corner c, int64_t w, int64_t h) {
+  HLineDotted(c.x, c.y, w + 1);
+  VLineDotted(c.x, c.y, h + 1);
+  if (w % 2 != 0)
+    VLineDotted(c.x + w, c.y + 1, h);
+  else
+    VLineDotted(c.x + w, c.y, h + 1);
+  if (h % 2 != 0)
+    HLineDotted(c.x + 1, c.y + h, w);
+  else
+    HLineDotted(c.x, c.y + h, w + 1);
 }
 
 void SetPixelIfInBuffer(int64_t x, int64_t y) {
@@ -58,29 +105,6 @@ void SetPixelIfInBuffer(int64_t x, int64_t y) {
 // True once a walk along an axis of `extent` pixels in direction `step` has
 // passed the far side, from where it never comes back.
 bool PastEdge(int64_t pos, int64_t step, int32_t extent) { return step > 0 ? pos >= extent : pos < 0; }
-
-// Shapes that draw at the cursor are placed by moving it there for the call;
-// the text cursor is back where it was afterwards.
-class CursorPlacement {
- public:
-  CursorPlacement() : savedX_(TextGrph.CursorX), savedY_(TextGrph.CursorY) {}
-  ~CursorPlacement() {
-    TextGrph.CursorX = savedX_;
-    TextGrph.CursorY = savedY_;
-  }
-  CursorPlacement(const CursorPlacement&) = delete;
-  CursorPlacement& operator=(const CursorPlacement&) = delete;
-
-  void DrawAt(int32_t x, int32_t y, void (*draw)(int32_t, int32_t), int32_t w, int32_t h) {
-    TextGrph.CursorX = x;
-    TextGrph.CursorY = y;
-    draw(w, h);
-  }
-
- private:
-  int32_t savedX_;
-  int32_t savedY_;
-};
 
 struct Slider {
   int32_t x, y, w, h, value, min, div1, div2, focus, id;
@@ -95,35 +119,41 @@ bool SliderDivisorsValid(const Slider& s) {
 
 // The knob is about half the slider's thickness long; it travels the length
 // less its own size.
-int32_t KnobSize(const Slider& s) { return ((s.vertical ? s.w : s.h) + 1) / 2; }
+int64_t KnobSize(const Slider& s) { return ((s.vertical ? int64_t(s.w) : s.h) + 1) / 2; }
 
-// In 64 bits: value - min may not fit 32, and the lowest value over -1 would trap.
-int32_t KnobOffset(const Slider& s) {
+// In 64 bits: value - min may not fit 32, and the lowest value over -1 would
+// trap. False when even 64 bits cannot hold the product: the knob then lies
+// far beyond the buffer.
+bool KnobOffset(const Slider& s, int64_t& offset) {
   const int64_t travel = (s.vertical ? s.h : s.w) - KnobSize(s);
   const int64_t steps = (static_cast<int64_t>(s.value) - s.min) / s.div1;
-  return static_cast<int32_t>((travel * steps) / s.div2);
+  int64_t distance;
+  if (__builtin_mul_overflow(travel, steps, &distance)) return false;
+  offset = distance / s.div2;
+  return true;
 }
 
 void DrawSliderKnob(const Slider& s) {
-  CursorPlacement cursor;
-  const int32_t knob = KnobSize(s);
-  const int32_t offset = KnobOffset(s);
-  const int32_t x = s.vertical ? s.x : s.x + offset;
-  const int32_t y = s.vertical ? s.y + offset : s.y;
-  const int32_t w = s.vertical ? s.w : knob;
-  const int32_t h = s.vertical ? knob : s.h;
-  cursor.DrawAt(x, y, TextGrph_DrawRectangleWhite, w, h);
-  cursor.DrawAt(x, y, s.focus == s.id ? TextGrph_DrawRectangleDotted : TextGrph_DrawRectangle, w, h);
+  const int64_t knob = KnobSize(s);
+  int64_t offset;
+  if (!KnobOffset(s, offset)) return;
+  const Corner corner = s.vertical ? Corner{s.x, s.y + offset} : Corner{s.x + offset, s.y};
+  const int64_t w = s.vertical ? s.w : knob;
+  const int64_t h = s.vertical ? knob : s.h;
+  FillRectangle(corner, w, h, kClear);
+  if (s.focus == s.id)
+    RectangleDotted(corner, w, h);
+  else
+    Rectangle(corner, w, h);
 }
 
 void DrawSliderFrameAndTrack(const Slider& s) {
-  CursorPlacement cursor;
-  const int32_t knob = KnobSize(s);
-  cursor.DrawAt(s.x, s.y, TextGrph_DrawRectangleWhite, s.w, s.h);
+  const int64_t knob = KnobSize(s);
+  FillRectangle({s.x, s.y}, s.w, s.h, kClear);
   if (s.vertical)
-    cursor.DrawAt(s.x + knob - 1, s.y + 1, TextGrph_DrawRectangleRounded, 2, s.h - 2);
+    RectangleRounded({s.x + knob - 1, s.y + int64_t(1)}, 2, int64_t(s.h) - 2);
   else
-    cursor.DrawAt(s.x + 1, s.y + knob - 1, TextGrph_DrawRectangleRounded, s.w - 2, 2);
+    RectangleRounded({s.x + int64_t(1), s.y + knob - 1}, int64_t(s.w) - 2, 2);
 }
 
 void DrawSlider(const Slider& s) {
@@ -158,75 +188,46 @@ extern "C" {
 
 int16_t TextGrphSliderBase = 0;
 
-void TextGrph_DrawHLine(int32_t x, int32_t y, int32_t n) { WriteHLine(x, y, n, kSolid); }
+void TextGrph_DrawHLine(int32_t x, int32_t y, int32_t n) { HLine(x, y, n); }
 
-void TextGrph_DrawVLine(int32_t x, int32_t y, int32_t n) {
-  WriteVLine(x, y, n, [](int32_t) { return true; });
-}
+void TextGrph_DrawVLine(int32_t x, int32_t y, int32_t n) { VLine(x, y, n); }
 
-void TextGrph_DrawHLineDotted(int32_t x, int32_t y, int32_t n) { WriteHLine(x, y, n, DotPattern(x)); }
+void TextGrph_DrawHLineDotted(int32_t x, int32_t y, int32_t n) { HLineDotted(x, y, n); }
 
-void TextGrph_DrawVLineDotted(int32_t x, int32_t y, int32_t n) {
-  WriteVLine(x, y, n, [](int32_t i) { return i % 2 == 0; });
-}
+void TextGrph_DrawVLineDotted(int32_t x, int32_t y, int32_t n) { VLineDotted(x, y, n); }
 
-void TextGrph_DrawRectangle(int32_t w, int32_t h) {
-  const int32_t x = TextGrph.CursorX;
-  const int32_t y = TextGrph.CursorY;
-  TextGrph_DrawHLine(x, y, w + 1);
-  TextGrph_DrawVLine(x, y + 1, h - 1);
-  TextGrph_DrawVLine(x + w, y + 1, h - 1);
-  TextGrph_DrawHLine(x, y + h, w + 1);
-}
+void TextGrph_DrawRectangle(int32_t w, int32_t h) { Rectangle(CursorCorner(), w, h); }
 
-void TextGrph_DrawRectangleRounded(int32_t w, int32_t h) {
-  const int32_t x = TextGrph.CursorX;
-  const int32_t y = TextGrph.CursorY;
-  TextGrph_DrawHLine(x + 1, y, w - 1);
-  TextGrph_DrawVLine(x, y + 1, h - 1);
-  TextGrph_DrawVLine(x + w, y + 1, h - 1);
-  TextGrph_DrawHLine(x + 1, y + h, w - 1);
-}
+void TextGrph_DrawRectangleRounded(int32_t w, int32_t h) { RectangleRounded(CursorCorner(), w, h); }
 
-// The right and bottom lines start one pixel later when their corner would
-// break the dot pattern, so the dots run on round the corners.
-void TextGrph_DrawRectangleDotted(int32_t w, int32_t h) {
-  const int32_t x = TextGrph.CursorX;
-  const int32_t y = TextGrph.CursorY;
-  TextGrph_DrawHLineDotted(x, y, w + 1);
-  TextGrph_DrawVLineDotted(x, y, h + 1);
-  if (w % 2 != 0)
-    TextGrph_DrawVLineDotted(x + w, y + 1, h);
-  else
-    TextGrph_DrawVLineDotted(x + w, y, h + 1);
-  if (h % 2 != 0)
-    TextGrph_DrawHLineDotted(x + 1, y + h, w);
-  else
-    TextGrph_DrawHLineDotted(x, y + h, w + 1);
-}
+void TextGrph_DrawRectangleDotted(int32_t w, int32_t h) { RectangleDotted(CursorCorner(), w, h); }
 
-void TextGrph_DrawRectangleBlack(int32_t w, int32_t h) { FillRectangleAtCursor(w, h, kSolid); }
+void TextGrph_DrawRectangleBlack(int32_t w, int32_t h) { FillRectangle(CursorCorner(), w, h, kSolid); }
 
-void TextGrph_DrawRectangleWhite(int32_t w, int32_t h) { FillRectangleAtCursor(w, h, kClear); }
+void TextGrph_DrawRectangleWhite(int32_t w, int32_t h) { FillRectangle(CursorCorner(), w, h, kClear); }
 
 void TextGrph_DrawWedgeUpperRight(int32_t w, int32_t h) {
-  TextGrph_DrawHLine(TextGrph.CursorX + 1, TextGrph.CursorY, w - 1);
-  TextGrph_DrawVLine(TextGrph.CursorX + w, TextGrph.CursorY + 1, h - 1);
+  const auto [x, y] = CursorCorner();
+  HLine(x + 1, y, int64_t(w) - 1);
+  VLine(x + w, y + 1, int64_t(h) - 1);
 }
 
 void TextGrph_DrawWedgeLowerLeft(int32_t w, int32_t h) {
-  TextGrph_DrawVLine(TextGrph.CursorX, TextGrph.CursorY + 1, h - 1);
-  TextGrph_DrawHLine(TextGrph.CursorX + 1, TextGrph.CursorY + h, w - 1);
+  const auto [x, y] = CursorCorner();
+  VLine(x, y + 1, int64_t(h) - 1);
+  HLine(x + 1, y + h, int64_t(w) - 1);
 }
 
 void TextGrph_DrawWedgeUpperRightDotted(int32_t w, int32_t h) {
-  TextGrph_DrawHLineDotted(TextGrph.CursorX, TextGrph.CursorY, w + 1);
-  TextGrph_DrawVLineDotted(TextGrph.CursorX + w, TextGrph.CursorY + 1, h - 1);
+  const auto [x, y] = CursorCorner();
+  HLineDotted(x, y, int64_t(w) + 1);
+  VLineDotted(x + w, y + 1, int64_t(h) - 1);
 }
 
 void TextGrph_DrawWedgeLowerLeftDotted(int32_t w, int32_t h) {
-  TextGrph_DrawVLineDotted(TextGrph.CursorX, TextGrph.CursorY + 1, h - 1);
-  TextGrph_DrawHLineDotted(TextGrph.CursorX, TextGrph.CursorY + h, w + 1);
+  const auto [x, y] = CursorCorner();
+  VLineDotted(x, y + 1, int64_t(h) - 1);
+  HLineDotted(x, y + h, int64_t(w) + 1);
 }
 
 // Bresenham along the longer axis (the vertical one on a tie), both ends

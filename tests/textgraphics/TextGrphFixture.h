@@ -54,7 +54,7 @@ class TextGraphics : public ::testing::Test {
   // Bytes of a row from byte column `col` on.
   uint8_t Cell(int col, int row) const { return buffer[row * 16 + col]; }
 
-  void PlaceCursor(int x, int y) {
+  static void PlaceCursor(int32_t x, int32_t y) {
     TextGrph.CursorX = x;
     TextGrph.CursorY = y;
   }

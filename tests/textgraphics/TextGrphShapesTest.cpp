@@ -257,4 +257,59 @@ TEST_F(Shapes, LinePointsOffTheBufferAreSkipped) {
   }
 }
 
+// Positions and sizes anywhere in the 32-bit range draw what the same shape
+// draws with values just past the buffer (of the same parity, as the dotted
+// shapes depend on it): no sum wraps round into the buffer, and the sanitizer
+// build checks that none overflows on the way.
+TEST_F(Shapes, FarArgumentsDrawAsArgumentsJustPastTheBuffer) {
+  using Draw = void (*)(int32_t x, int32_t y, int32_t w, int32_t h);
+  struct Shape {
+    const char* name;
+    Draw draw;
+  };
+  static const Shape shapes[] = {
+#define KAVRI_AT_CURSOR(f) {#f, [](int32_t x, int32_t y, int32_t w, int32_t h) { PlaceCursor(x, y), f(w, h); }}
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangle),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleRounded),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleDotted),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleBlack),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleWhite),
+      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRight),
+      KAVRI_AT_CURSOR(TextGrph_DrawWedgeLowerLeft),
+      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRightDotted),
+      KAVRI_AT_CURSOR(TextGrph_DrawWedgeLowerLeftDotted),
+#undef KAVRI_AT_CURSOR
+      {"TextGrph_DrawHLine", [](int32_t x, int32_t y, int32_t w, int32_t) { TextGrph_DrawHLine(x, y, w); }},
+      {"TextGrph_DrawVLineDotted", [](int32_t x, int32_t y, int32_t, int32_t h) { TextGrph_DrawVLineDotted(x, y, h); }},
+      {"TextGrph_DrawSliderHor",
+       [](int32_t x, int32_t y, int32_t w, int32_t h) { TextGrph_DrawSliderHor(x, y, w, h, 0, 0, 1, 1, 0, 0); }},
+      {"TextGrph_DrawSliderFocusVert",
+       [](int32_t x, int32_t y, int32_t w, int32_t h) { TextGrph_DrawSliderFocusVert(x, y, w, h, 0, 0, 1, 1, 0, 1); }},
+  };
+  struct Far {
+    int32_t value, nearby;
+  };
+  static const Far fars[] = {{INT32_MAX, 1001}, {INT32_MAX - 1, 1000}, {INT32_MIN, -1000}, {INT32_MIN + 1, -1001}};
+  static const int32_t inside[] = {-1, 0, 5, 127};
+  auto drawn = [this](Draw draw, const int32_t (&v)[4]) {
+    Fill(0);
+    draw(v[0], v[1], v[2], v[3]);
+    return Region(0, 0, KAVRI_DISPLAY_WIDTH, KAVRI_DISPLAY_HEIGHT);
+  };
+  for (const Shape& shape : shapes) {
+    for (int farArgument = 0; farArgument < 4; ++farArgument) {
+      for (const Far& far : fars) {
+        for (int32_t other : inside) {
+          int32_t extreme[4] = {other, other / 2, other, other / 2};
+          int32_t nearby[4] = {other, other / 2, other, other / 2};
+          extreme[farArgument] = far.value;
+          nearby[farArgument] = far.nearby;
+          EXPECT_EQ(drawn(shape.draw, extreme), drawn(shape.draw, nearby))
+              << shape.name << " with argument " << farArgument << " = " << far.value << ", others " << other;
+        }
+      }
+    }
+  }
+}
+
 }  // namespace

@@ -79,6 +79,13 @@ TEST_F(Sliders, ExtremeValuesGiveTheKnobOffsetInFull) {
   }
 }
 
+TEST_F(Sliders, AKnobBeyondEvery64BitPositionIsNotDrawn) {
+  // The frame and the track are off the buffer too: the height is negative.
+  TextGrph_DrawSliderHor(10, 10, INT32_MAX, INT32_MIN, INT32_MAX, INT32_MIN, 1, 1, 0, 1);
+  TextGrph_DrawSliderFocusVert(10, 10, INT32_MIN, INT32_MAX, INT32_MIN, INT32_MAX, -1, 1, 0, 1);
+  EXPECT_EQ(CountSet(), 0);
+}
+
 TEST_F(Sliders, ZeroDivisorsDrawNothingAndSaySo) {
   ::testing::internal::CaptureStderr();
   TextGrph_DrawSliderHor(10, 10, 40, 8, 50, 0, 0, 100, 0, 1);
