@@ -474,8 +474,6 @@ inline Number<R> loadNumber(const R& x) {
 // (align the smaller operand, add or subtract the magnitudes, negate after a
 // borrow, shift a carry back in), in one signed 64-bit sum so that the signs
 // and exponents of real data, which are unpredictable, cost no branches.
-// Below the top field a carry cannot overflow, and the caller says whether
-// the operands are known to be there.
 template <class R>
 struct AlignedSum {
   int64_t sum;    // a's magnitude plus or minus b's, aligned to the larger field
@@ -504,6 +502,8 @@ KAVRI_FL_INLINE AlignedSum<R> alignedSum(const R& a, const R& b, bool subtract) 
   return {int64_t(ma) + negatedIf(int64_t(mb), unlike), a.expWord + unsigned(shiftA), fa + shiftA};
 }
 
+// Below the top field a carry cannot overflow; the caller says whether the
+// operands are known to be there.
 template <class R>
 KAVRI_FL_INLINE Number<R> sumOfNumbers(const R& a, const R& b, bool subtract, bool belowTop) {
   AlignedSum<R> aligned = alignedSum(a, b, subtract);
