@@ -8,6 +8,10 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+// The table's stat and mmap take the 64-bit struct stat and off_t, as the
+// library is built: code that installs a table must be built the same way.
+static_assert(sizeof(off_t) == 8, "build with _FILE_OFFSET_BITS=64, as the library is");
+
 extern "C" {
 
 #define CAMERA_DEFAULT_DEVICE_PATH "/dev/video0"

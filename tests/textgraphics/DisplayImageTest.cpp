@@ -1,7 +1,4 @@
 // Display images: files that decode back to the frame, replaced whole or not at all.
-// 32-bit builds list directories through the 64-bit calls, whose offsets fit
-// any file system.
-#define _FILE_OFFSET_BITS 64
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
