@@ -75,15 +75,16 @@ double NsPerOperation(Pass&& pass) {
 // reference start on a cache line, as the library's fast entry points do, so
 // that a change elsewhere in the program cannot move one side across a line
 // and not the other.
-#define KAVRI_NOINLINE __attribute__((noipa, aligned(64)))
+#define KAVRI_REFERENCE __attribute__((noipa, aligned(64)))
 #define KAVRI_LOOP __attribute__((noinline, aligned(64), optimize("align-loops=64")))
-KAVRI_NOINLINE void HardAdd(double* a, const double* b) { *a += *b; }
-KAVRI_NOINLINE void HardMul(double* a, const double* b) { *a *= *b; }
-KAVRI_NOINLINE void HardDiv(double* a, const double* b) { *a /= *b; }
-KAVRI_NOINLINE void HardSqrt(double* a) { *a = std::sqrt(*a); }
-KAVRI_NOINLINE void HardFromShort(double* a, int32_t n) { *a = double(int16_t(n)); }
-KAVRI_NOINLINE int32_t HardLess(const double* a, const double* b) { return *a < *b; }
-KAVRI_NOINLINE int32_t HardEqual(const double* a, const double* b) { return *a == *b; }
+#define KAVRI_PASS inline __attribute__((always_inline))
+KAVRI_REFERENCE void HardAdd(double* a, const double* b) { *a += *b; }
+KAVRI_REFERENCE void HardMul(double* a, const double* b) { *a *= *b; }
+KAVRI_REFERENCE void HardDiv(double* a, const double* b) { *a /= *b; }
+KAVRI_REFERENCE void HardSqrt(double* a) { *a = std::sqrt(*a); }
+KAVRI_REFERENCE void HardFromShort(double* a, int32_t n) { *a = double(int16_t(n)); }
+KAVRI_REFERENCE int32_t HardLess(const double* a, const double* b) { return *a < *b; }
+KAVRI_REFERENCE int32_t HardEqual(const double* a, const double* b) { return *a == *b; }
 
 #if defined(__arm__)
 extern "C" __attribute__((pcs("aapcs"))) double __aeabi_dadd(double, double);
@@ -112,13 +113,19 @@ using Pass = void (*)(Operands&);
 template <size_t N>
 using Passes = std::array<Pass, N>;
 
-template <template <int> class Loop, int... P>
-constexpr Passes<sizeof...(P)> AllPlacements(std::integer_sequence<int, P...>) {
-  return {&Loop<P>::Run...};
+// One copy of a pass (inlined into it) at one placement.
+template <Pass Body, int Placement>
+KAVRI_LOOP void PlacedPass(Operands& ops) {
+  PlaceLoop<Placement>();
+  Body(ops);
 }
-template <template <int> class Loop>
+template <Pass Body, int... P>
+constexpr Passes<sizeof...(P)> AllPlacements(std::integer_sequence<int, P...>) {
+  return {&PlacedPass<Body, P>...};
+}
+template <Pass Body>
 constexpr Passes<kPlacements> Placed() {
-  return AllPlacements<Loop>(std::make_integer_sequence<int, kPlacements>());
+  return AllPlacements<Body>(std::make_integer_sequence<int, kPlacements>());
 }
 
 double Median(std::vector<double> values) {
@@ -168,61 +175,36 @@ void Compare(benchmark::State& state, const Passes<N>& fl, const Passes<N>& hard
   }
 }
 
-// Both loops hold the array addresses in registers: otherwise the FL48 loop,
+// The passes, one for FL48 and one for double, over the arrays named. The
+// binary ones hold the array addresses in registers: otherwise the FL48 loop,
 // whose callee the compiler cannot see, reloads them after every call while
 // the reference loop, whose callee it can see, does not.
+template <class T>
+using Array = std::vector<T> Operands::*;
+
+template <class T, void (*Op)(T*, const T*), Array<T> A, Array<T> B, Array<T> Out>
+KAVRI_PASS void BinaryPass(Operands& ops) {
+  const T *a = (ops.*A).data(), *b = (ops.*B).data();
+  T* out = (ops.*Out).data();
+  for (int i = 0; i < kCount; ++i) {
+    T x = a[i];
+    Op(&x, &b[i]);
+    out[i] = x;
+  }
+}
+template <class T, int32_t (*Op)(const T*, const T*), Array<T> A, Array<T> B>
+KAVRI_PASS void PredicatePass(Operands& ops) {
+  for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&(ops.*A)[i], &(ops.*B)[i]);
+}
+
 template <void (*Op)(FL48*, const FL48*)>
-struct FlBinary {
-  template <int Placement>
-  struct At {
-    KAVRI_LOOP static void Run(Operands& ops) {
-      PlaceLoop<Placement>();
-      const FL48 *a = ops.a.data(), *b = ops.b.data();
-      FL48* out = ops.out.data();
-      for (int i = 0; i < kCount; ++i) {
-        FL48 x = a[i];
-        Op(&x, &b[i]);
-        out[i] = x;
-      }
-    }
-  };
-};
+constexpr Pass FlBinary = BinaryPass<FL48, Op, &Operands::a, &Operands::b, &Operands::out>;
 template <void (*Op)(double*, const double*)>
-struct HardBinary {
-  template <int Placement>
-  struct At {
-    KAVRI_LOOP static void Run(Operands& ops) {
-      PlaceLoop<Placement>();
-      const double *a = ops.da.data(), *b = ops.db.data();
-      double* out = ops.dout.data();
-      for (int i = 0; i < kCount; ++i) {
-        double x = a[i];
-        Op(&x, &b[i]);
-        out[i] = x;
-      }
-    }
-  };
-};
+constexpr Pass HardBinary = BinaryPass<double, Op, &Operands::da, &Operands::db, &Operands::dout>;
 template <int32_t (*Op)(const FL48*, const FL48*)>
-struct FlPredicate {
-  template <int Placement>
-  struct At {
-    KAVRI_LOOP static void Run(Operands& ops) {
-      PlaceLoop<Placement>();
-      for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.a[i], &ops.b[i]);
-    }
-  };
-};
+constexpr Pass FlPredicate = PredicatePass<FL48, Op, &Operands::a, &Operands::b>;
 template <int32_t (*Op)(const double*, const double*)>
-struct HardPredicate {
-  template <int Placement>
-  struct At {
-    KAVRI_LOOP static void Run(Operands& ops) {
-      PlaceLoop<Placement>();
-      for (int i = 0; i < kCount; ++i) ops.flags[i] = Op(&ops.da[i], &ops.db[i]);
-    }
-  };
-};
+constexpr Pass HardPredicate = PredicatePass<double, Op, &Operands::da, &Operands::db>;
 
 #ifdef KAVRI_SOFT_FLOAT
 template <double (*Op)(double, double)>
@@ -237,13 +219,13 @@ double SoftBinary(Operands& ops) {
 #endif
 
 void BM_Add(benchmark::State& state) {
-  Compare(state, Placed<FlBinary<FL48_Add>::At>(), Placed<HardBinary<HardAdd>::At>(), KAVRI_SOFT(__aeabi_dadd));
+  Compare(state, Placed<FlBinary<FL48_Add>>(), Placed<HardBinary<HardAdd>>(), KAVRI_SOFT(__aeabi_dadd));
 }
 void BM_Mul(benchmark::State& state) {
-  Compare(state, Placed<FlBinary<FL48_Mul>::At>(), Placed<HardBinary<HardMul>::At>(), KAVRI_SOFT(__aeabi_dmul));
+  Compare(state, Placed<FlBinary<FL48_Mul>>(), Placed<HardBinary<HardMul>>(), KAVRI_SOFT(__aeabi_dmul));
 }
 void BM_Div(benchmark::State& state) {
-  Compare(state, Placed<FlBinary<FL48_Div>::At>(), Placed<HardBinary<HardDiv>::At>(), KAVRI_SOFT(__aeabi_ddiv));
+  Compare(state, Placed<FlBinary<FL48_Div>>(), Placed<HardBinary<HardDiv>>(), KAVRI_SOFT(__aeabi_ddiv));
 }
 void BM_Sqrt(benchmark::State& state) {
   Compare(state,
@@ -272,10 +254,10 @@ void BM_ConvFromShort(benchmark::State& state) {
           }});
 }
 void BM_IsLess(benchmark::State& state) {
-  Compare(state, Placed<FlPredicate<FL48_IsLess>::At>(), Placed<HardPredicate<HardLess>::At>());
+  Compare(state, Placed<FlPredicate<FL48_IsLess>>(), Placed<HardPredicate<HardLess>>());
 }
 void BM_IsEqual(benchmark::State& state) {
-  Compare(state, Placed<FlPredicate<FL48_IsEqual>::At>(), Placed<HardPredicate<HardEqual>::At>());
+  Compare(state, Placed<FlPredicate<FL48_IsEqual>>(), Placed<HardPredicate<HardEqual>>());
 }
 
 BENCHMARK(BM_Add);

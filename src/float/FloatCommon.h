@@ -35,7 +35,7 @@ namespace kavri::fl {
 
 // ---- Word 0 ----
 
-inline unsigned fieldOf(uint16_t expWord) { return unsigned(expWord) & FL48_EXP_MASK; }
+inline unsigned fieldOf(uint16_t expWord) { return expWord & FL48_EXP_MASK; }
 template <class R>
 inline unsigned fieldOf(const R& x) {
   return fieldOf(x.expWord);
