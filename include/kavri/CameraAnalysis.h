@@ -130,4 +130,6 @@ void CameraRunAnalysis(CameraAnalysisBase* chain, const unsigned char* frame, co
 
 }  // extern "C"
 
+#include "kavri/CameraAnalysisLine.h"  // the line finders' records
+
 #endif

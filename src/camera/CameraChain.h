@@ -23,6 +23,12 @@ void CameraDispatch(CameraAnalysisBase& record, Operation operation) {
     case CameraAnalysisTypeDeliverFrame:
       operation(reinterpret_cast<CameraAnalysisDeliverFrame&>(record));
       break;
+    case CameraAnalysisTypeMaxOnLine:
+      operation(reinterpret_cast<CameraAnalysisMaxOnLine&>(record));
+      break;
+    case CameraAnalysisTypeMaxOnLine2:
+      operation(reinterpret_cast<CameraAnalysisMaxOnLine2&>(record));
+      break;
     default:
       break;
   }

@@ -1,0 +1,211 @@
+// The first-generation line finder: one stripe on a scan line, found as the
+// strongest plateau of line-ness that stands out from the floor on both sides.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "CameraScanLine.h"
+#include "kavri/Camera.h"
+#include "kavri/KavriLib.h"
+
+namespace {
+
+// Full scale of the thresholds: the box filter's five samples of 255.
+constexpr int32_t kFullScale = 1275;
+// The box filter and the end mark need this many samples to stay inside
+// the buffers.
+constexpr int64_t kMinSamples = 6;
+
+int32_t Percent(int32_t percent) { return CameraMul32(percent, kFullScale) / 100; }
+int32_t OfFullScale(int32_t value) { return CameraMul32(value, 100) / kFullScale; }
+
+// Brightness and channel shares of a candidate, for the colour check.
+struct Shares {
+  int32_t w, r, g, b;
+};
+
+// Five-sample sums, in place; the entry after the last whole sum marks the
+// end for the edge search.
+void BoxFilter(int32_t* buffer, int32_t count) {
+  for (int32_t i = 0; i + 4 < count; ++i) buffer[i] += buffer[i + 1] + buffer[i + 2] + buffer[i + 3] + buffer[i + 4];
+  buffer[count - 4] = -1;
+}
+
+int32_t MinimumOf(const int32_t* buffer, int64_t first, int64_t count) {
+  return *std::min_element(buffer + first, buffer + first + count);
+}
+
+}  // namespace
+
+void CameraAnalysisMaxOnLine::Init() {
+  CameraScanLine line = CameraScanLineBetween(startX, startY, endX, endY);
+  sampleCount = line.count <= kCameraScanMaxSamples ? int32_t(line.count) : 0;
+  xOrigin = line.xOrigin;
+  xStep = line.xStep;
+  yOrigin = line.yOrigin;
+  yStep = line.yStep;
+  valueBuffer = redBuffer = greenBuffer = blueBuffer = erodedBuffer = nullptr;
+  weightR = weightG = weightB = weightOffset = 0;
+  if (line.count < kMinSamples || line.count > kCameraScanMaxSamples) {
+    fprintf(stderr, "ERROR camera line record with a scan line of %lld samples (%lld to %lld taken)\n",
+            (long long)line.count, (long long)kMinSamples, (long long)kCameraScanMaxSamples);
+    return;
+  }
+  if (colorAxis) {
+    int32_t dR = int32_t(lineColorR) - backgroundColorR, dG = int32_t(lineColorG) - backgroundColorG,
+            dB = int32_t(lineColorB) - backgroundColorB;
+    int32_t distance = dR * dR + dG * dG + dB * dB;
+    if (distance == 0) {
+      fprintf(stderr, "ERROR camera line record with equal line and floor colours\n");
+      return;
+    }
+    // Single precision on purpose: the weights are part of the results.
+    float scale = 65025.0f / float(distance) * 255.0f;
+    weightR = int32_t(std::floor(0.5f + float(dR) * scale));
+    weightG = int32_t(std::floor(0.5f + float(dG) * scale));
+    weightB = int32_t(std::floor(0.5f + float(dB) * scale));
+    weightOffset = -(weightR * int32_t(backgroundColorR) + weightG * int32_t(backgroundColorG) +
+                     weightB * int32_t(backgroundColorB));
+  } else if (brightLine) {
+    weightR = weightG = weightB = 65536;
+  } else {
+    weightR = weightG = weightB = -65536;
+    weightOffset = 765 * 65536;
+  }
+  // The buffers are allocated last, so that a record refused above holds none.
+  int32_t** buffers[] = {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer, &erodedBuffer};
+  for (int32_t** buffer : buffers) *buffer = static_cast<int32_t*>(calloc(size_t(line.count), sizeof(int32_t)));
+  if (!valueBuffer || !redBuffer || !greenBuffer || !blueBuffer || !erodedBuffer) {
+    fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
+    Uninit();
+  }
+}
+
+void CameraAnalysisMaxOnLine::Uninit() {
+  int32_t** buffers[] = {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer, &erodedBuffer};
+  for (int32_t** buffer : buffers) {
+    free(*buffer);
+    *buffer = nullptr;
+  }
+}
+
+void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*,
+                                      const unsigned char*, int) {
+  const int32_t wmin = widthMin, h = CameraSub32(widthMax, widthMin) / 2;
+  // A record Init refused behaves as one with unusable widths.
+  if (!valueBuffer || wmin < 1 || h < 1) {
+    CameraStoreResult(positionResult, -1);
+    return;
+  }
+  const int32_t n = sampleCount;
+  int32_t* const value = valueBuffer;
+
+  // Sample, balance the channels on their medians, and weigh them into
+  // line-ness.
+  uint16_t histograms[3][256] = {};
+  CameraScanFrame image{frame, base.width, base.height};
+  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
+    CameraRgb colour = image.Rgb(x, y);
+    redBuffer[i] = colour.red;
+    greenBuffer[i] = colour.green;
+    blueBuffer[i] = colour.blue;
+    ++histograms[0][colour.red];
+    ++histograms[1][colour.green];
+    ++histograms[2][colour.blue];
+  });
+  const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
+                gainB = CameraMedianGain(histograms[2], n);
+  for (int32_t i = 0; i < n; ++i) {
+    redBuffer[i] = (redBuffer[i] * gainR) >> 8;
+    greenBuffer[i] = (greenBuffer[i] * gainG) >> 8;
+    blueBuffer[i] = (blueBuffer[i] * gainB) >> 8;
+    // Close colours give weights large enough to wrap, as they do on the
+    // controller.
+    int32_t sum = CameraAdd32(CameraAdd32(CameraMul32(weightG, greenBuffer[i]), CameraMul32(weightR, redBuffer[i])),
+                              CameraAdd32(CameraMul32(weightB, blueBuffer[i]), weightOffset));
+    value[i] = int16_t(sum >> 16);
+  }
+  for (int32_t* buffer : {value, redBuffer, greenBuffer, blueBuffer}) BoxFilter(buffer, n);
+
+  // Erode by the narrowest width: a plateau survives only where it is at
+  // least that wide. Bounds in 64 bits, as hostile widths reach past 32.
+  const int64_t lastEroded = int64_t(n) - 3 - h - wmin, lastCandidate = int64_t(n) - 4 - wmin - h;
+  for (int64_t j = h - 1; j <= lastEroded; ++j) erodedBuffer[j] = MinimumOf(value, j, wmin);
+
+  const int32_t peakMin = Percent(peakThreshold), contrastMin = Percent(contrastThreshold);
+  int32_t best = -2147483647, bestIndex = -1, bestLeft = 0, bestRight = 0;
+  Shares recorded{-1, -1, -1, -1};
+  bool colourRecorded = false;
+  for (int64_t k = h; k <= lastCandidate; ++k) {
+    const int32_t peak = erodedBuffer[k];
+    if (peak < erodedBuffer[k - 1] || peak < erodedBuffer[k + 1]) continue;
+    if (peak < peakMin || peak < best) continue;  // ties go to the later peak
+    const int32_t left = MinimumOf(value, k - h, h);
+    if (peak - left < contrastMin) continue;
+    const int32_t right = MinimumOf(value, k + wmin, h);
+    if (peak - right < contrastMin) continue;
+    Shares shares{0, 0, 0, 0};
+    if (colorCheck) {
+      const int64_t centre = k + wmin / 2;
+      shares = {-1, redBuffer[centre] / 5, greenBuffer[centre] / 5, blueBuffer[centre] / 5};
+      if (brightnessMax >= 0) {
+        int32_t sum = shares.r + shares.g + shares.b;
+        shares = sum ? Shares{sum * 100 / 765, shares.r * 300 / sum, shares.g * 300 / sum, shares.b * 300 / sum}
+                     : Shares{0, 0, 0, 0};
+      }
+      if (!colourRecorded) recorded = shares;
+      colourRecorded = true;
+      if (brightnessMax >= 0 && (shares.w < brightnessMin || shares.w > brightnessMax)) continue;
+      if (shares.r < redMin || shares.r > redMax || shares.g < greenMin || shares.g > greenMax ||
+          shares.b < blueMin || shares.b > blueMax)
+        continue;
+    }
+    best = peak;
+    bestIndex = int32_t(k);
+    bestLeft = left;
+    bestRight = right;
+    recorded = shares;
+    colourRecorded = true;
+  }
+
+  int32_t position = 0, quality = 0, width = 0, middle = -1;
+  if (bestIndex >= 0) {
+    // Grow the edges outwards while the samples still stand out from the
+    // background on their side; each ends on the first sample outside.
+    int32_t leftEdge = bestIndex, rightEdge = bestIndex + wmin - 1;
+    if (value[leftEdge] - bestLeft >= contrastMin) {
+      while (leftEdge > 0 && value[leftEdge - 1] - bestLeft >= contrastMin) --leftEdge;
+      --leftEdge;
+    }
+    if (rightEdge < n - 4 && value[rightEdge] - bestRight >= contrastMin) {
+      do ++rightEdge;
+      while (rightEdge < n - 4 && value[rightEdge] - bestRight >= contrastMin);
+    }
+    width = rightEdge - leftEdge;
+    middle = (leftEdge + rightEdge) / 2;
+    if (width >= widthMin && width <= widthMax) {
+      // With a single candidate place the line can only be in the middle.
+      const int32_t places = n - 4 - wmin - 2 * h;
+      position = places ? std::clamp((middle - h) * 2000 / places - 1000, -1000, 1000) : 0;
+      int32_t q1 = CameraDiv32(
+          CameraMul32(CameraSub32(CameraSub32(best, std::max(bestLeft, bestRight)), contrastMin), 1000),
+          CameraSub32(kFullScale, contrastMin));
+      int32_t q2 = CameraDiv32(CameraMul32(1000, CameraSub32(best, peakMin)), CameraSub32(kFullScale, peakMin));
+      quality = CameraMul32(q1, q2) / 1000;
+      if (quality < 0) quality = 1;  // a found line never reports 0
+    }
+  }
+  const bool fits = bestIndex >= 0 && width >= widthMin && width <= widthMax;
+  CameraStoreResult(positionResult, position);
+  CameraStoreResult(qualityResult, quality);
+  CameraStoreResult(widthResult, fits ? width : 0);
+
+  if (DebugFlags & kCameraDebugAnalysis) {
+    fprintf(DebugFile, "MOL%d-%d p=%d q=%d hA=%d wrgb=%d/%d/%d/%d bL=%d bR=%d hRel=%d, m=%d, w=%d\n",
+            int(CameraFrameCount.load(std::memory_order_relaxed)), index, int(int16_t(position)),
+            int(int16_t(quality)), OfFullScale(best), recorded.w, recorded.r, recorded.g, recorded.b,
+            OfFullScale(bestLeft), OfFullScale(bestRight),
+            OfFullScale(std::min(CameraSub32(best, bestLeft), CameraSub32(best, bestRight))), middle, width);
+  }
+}

@@ -1,0 +1,389 @@
+// The second-generation line finder: up to five lines on a scan line, each
+// searched over every width between the limits. Prefix sums make a trial of
+// any width at any centre cost four lookups per buffer; centres advance by an
+// eighth of the width and widths grow by an eighth, so a frame costs about
+// N log N.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "CameraScanLine.h"
+#include "kavri/Camera.h"
+#include "kavri/KavriLib.h"
+
+namespace {
+
+constexpr int kSlots = 5;
+
+struct Line {
+  int32_t position, width, strength;  // samples, samples, 1/256
+};
+
+// The lines found so far, strongest first; equal strengths keep the earlier
+// line in front.
+class LineList {
+ public:
+  explicit LineList(int limit) : limit_(limit) {}
+
+  int Size() const { return size_; }
+  Line& operator[](int i) { return lines_[i]; }
+
+  void Merge(const Line& candidate) {
+    const int32_t c = candidate.position, w = candidate.width;
+    for (int i = 0; i < size_; ++i) {
+      const Line& line = lines_[i];
+      // A much wider candidate around a found line is not a new line.
+      if (w > 2 * line.width && c - w / 2 < line.position - line.width / 2 &&
+          c + w / 2 > line.position + line.width / 2)
+        return;
+      if (std::abs(line.position - c) > (w + line.width) / 2) continue;
+      if (candidate.strength <= line.strength) return;
+      lines_[i] = candidate;
+      MoveForward(i);
+      return;
+    }
+    if (size_ < limit_) {
+      lines_[size_++] = candidate;
+    } else if (size_ > 0 && candidate.strength > lines_[size_ - 1].strength) {
+      lines_[size_ - 1] = candidate;
+    } else {
+      return;
+    }
+    MoveForward(size_ - 1);
+  }
+
+  void Remove(int i) {
+    std::copy(lines_ + i + 1, lines_ + size_, lines_ + i);
+    --size_;
+  }
+
+  void SortByPosition() {
+    std::stable_sort(lines_, lines_ + size_, [](const Line& a, const Line& b) { return a.position < b.position; });
+  }
+
+ private:
+  void MoveForward(int i) {
+    for (; i > 0 && lines_[i - 1].strength < lines_[i].strength; --i) std::swap(lines_[i - 1], lines_[i]);
+  }
+
+  Line lines_[kSlots];
+  int size_ = 0;
+  int limit_;
+};
+
+// How far the middle of a line stands above its two flanks. When one flank
+// is much weaker the weaker decides, so a line must stand out on both sides.
+int32_t CombineFlanks(int32_t left, int32_t right) {
+  if (right > 2 * left) return left;
+  if (left > 2 * right) return right;
+  return (left + right) >> 1;
+}
+
+// Response of an even width w centred on c: the inner w samples against
+// twice each flank of w/2 samples.
+int32_t Response(const int32_t* sums, int32_t c, int32_t w) {
+  const int32_t h = w / 2, inner = sums[c + h] - sums[c - h];
+  return CombineFlanks(inner - 2 * (sums[c - h] - sums[c - w]), inner - 2 * (sums[c + w] - sums[c + h]));
+}
+
+// Response of any width tw, odd ones too: each flank of tw/2 samples is
+// weighted up to the line's width.
+int32_t ResponseWeighted(const int32_t* sums, int32_t c, int32_t tw) {
+  const int32_t h = tw / 2, k = tw * 256 / h;
+  const int32_t inner = sums[c + h] - sums[c - tw + h];
+  const int32_t left = sums[c - tw + h] - sums[c - tw], right = sums[c + (tw & ~1)] - sums[c + h];
+  return CombineFlanks(inner - ((left * k) >> 8), inner - ((right * k) >> 8));
+}
+
+// The buffers a search looks at: grey alone, or grey and the three channels.
+struct SumBuffers {
+  int32_t* sums[4];
+  int count;
+
+  int32_t BestResponse(int32_t c, int32_t w) const {
+    int32_t best = Response(sums[0], c, w);
+    for (int b = 1; b < count; ++b) best = std::max(best, Response(sums[b], c, w));
+    return best;
+  }
+};
+
+int32_t Strength(int32_t response, int32_t width) { return CameraMul32(response, 65536 / width) >> 16; }
+
+int32_t HalfRoundedToEven(int32_t n) { return (n / 2) & ~1; }
+
+// Prefix sums in place over samples 1 .. n; negated for dark lines, so that
+// they become peaks too.
+void PrefixSums(int32_t* buffer, int32_t n, bool bright) {
+  int32_t sum = 0;
+  buffer[0] = 0;
+  for (int32_t j = 1; j <= n; ++j) {
+    sum += buffer[j];
+    buffer[j] = bright ? sum : -sum;
+  }
+}
+
+}  // namespace
+
+void CameraAnalysisMaxOnLine2::Init() {
+  CameraScanLine line = CameraScanLineBetween(startX, startY, endX, endY);
+  sampleCount = line.count <= kCameraScanMaxSamples ? int32_t(line.count) : 0;
+  xOrigin = line.xOrigin;
+  xStep = line.xStep;
+  yOrigin = line.yOrigin;
+  yStep = line.yStep;
+  valueBuffer = redBuffer = greenBuffer = blueBuffer = nullptr;
+  if (line.count > kCameraScanMaxSamples) {
+    fprintf(stderr, "ERROR camera line record with a scan line of %lld samples (at most %lld taken)\n",
+            (long long)line.count, (long long)kCameraScanMaxSamples);
+    return;
+  }
+  const int32_t range = CameraSub32(rangeMax, rangeMin);
+  if (range == 0) {
+    fprintf(stderr, "ERROR camera line record with range min equal to range max\n");
+    return;
+  }
+  if (lineCountMax < 0 || lineCountMax > kSlots)
+    fprintf(stderr, "ERROR camera line record asks for %d lines, %d taken\n", lineCountMax,
+            std::clamp(lineCountMax, 0, kSlots));
+
+  // Output units to samples, rounded to the nearest, in unsigned arithmetic.
+  const uint32_t n = uint32_t(sampleCount), half = uint32_t(range >> 1);
+  widthMin = int32_t((half + uint32_t(widthMin) * n) / uint32_t(range));
+  widthMax = int32_t((half + uint32_t(widthMax) * n) / uint32_t(range));
+  threshold = CameraAdd32(CameraMul32(threshold, 256), 50) / 100;
+  if (widthMin < 2) widthMin = 2;
+  if (widthMax > sampleCount / 2) widthMax = HalfRoundedToEven(sampleCount);
+
+  const size_t entries = size_t(sampleCount) + 1;
+  valueBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
+  if (color) {
+    redBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
+    greenBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
+    blueBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
+  }
+  if (!valueBuffer || (color && (!redBuffer || !greenBuffer || !blueBuffer))) {
+    fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
+    Uninit();
+  }
+}
+
+void CameraAnalysisMaxOnLine2::Uninit() {
+  for (int32_t** buffer : {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer}) {
+    free(*buffer);
+    *buffer = nullptr;
+  }
+}
+
+void CameraAnalysisMaxOnLine2::Analyze(int index, const unsigned char* frame, const unsigned char* previousFrame,
+                                       const unsigned char* compressed, int compressedSize) {
+  if (color)
+    AnalyzeColor(index, frame, previousFrame, compressed, compressedSize);
+  else
+    AnalyzeBW(index, frame, previousFrame, compressed, compressedSize);
+}
+
+namespace {
+
+// The search, refinement and report shared by the colour and the luma
+// analysis, over a record whose buffers hold this frame's prefix sums.
+class LineSearch {
+ public:
+  LineSearch(CameraAnalysisMaxOnLine2& record, const SumBuffers& buffers)
+      : record_(record), buffers_(buffers), n_(record.sampleCount), lines_(std::clamp(record.lineCountMax, 0, kSlots)) {}
+
+  // Every width from the minimum to the maximum in steps of an eighth,
+  // rounded to even, at centres an eighth of the width apart.
+  void Search() {
+    if (std::clamp(record_.lineCountMax, 0, kSlots) == 0) return;  // nothing could be kept
+    const int32_t threshold = record_.threshold;
+    int32_t previous = 0;
+    for (int64_t s = int64_t(record_.widthMin) * 256; s <= int64_t(record_.widthMax) * 256; s += s >> 3) {
+      const int32_t w = int32_t(((s + 256) >> 9) * 2);
+      if (w == previous) continue;
+      previous = w;
+      if (w > n_ - w) continue;
+      const int32_t step = (w + 7) >> 3, minimum = CameraMul32(threshold, w);
+      for (int32_t c = w; c <= n_ - w; c += step) {
+        const int32_t response = buffers_.BestResponse(c, w);
+        if (response >= minimum) lines_.Merge({c, w, Strength(response, w)});
+      }
+    }
+  }
+
+  // Re-measures each line at widths around its own and positions around
+  // its own; a line whose best width leaves the limits is removed.
+  template <typename WidthsOf, typename Measure>
+  void Refine(WidthsOf widths, Measure measure, bool sixteenBit) {
+    for (int i = 0; i < lines_.Size();) {
+      const Line found = lines_[i];
+      auto [lowest, highest, step] = widths(found.width);
+      if (highest > n_ / 2) highest = HalfRoundedToEven(n_);
+      Line best{found.position, found.width, 0};
+      for (int32_t tw = lowest; tw <= highest; tw += step) {
+        const int32_t reach = (tw + 7) >> 3, minimum = CameraMul32(record_.threshold, tw);
+        const int32_t last = std::min(n_ - tw, found.position + reach);
+        for (int32_t c = std::max(found.position - reach, tw); c <= last; ++c) {
+          const int32_t response = measure(c, tw);
+          if (response < minimum) continue;
+          int32_t strength = Strength(response, tw);
+          if (sixteenBit) strength = uint16_t(strength);
+          if (strength > best.strength) best = {c, tw, strength};
+        }
+      }
+      if (best.width < record_.widthMin || best.width > record_.widthMax) {
+        lines_.Remove(i);
+      } else {
+        lines_[i++] = best;
+      }
+    }
+  }
+
+  void RefineColor() {
+    Refine([](int32_t w0) { return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2}; },
+           [this](int32_t c, int32_t tw) { return buffers_.BestResponse(c, tw); }, false);
+  }
+
+  void RefineBW() {
+    const bool fine = record_.fineWidthStep;
+    Refine(
+        [fine](int32_t w0) {
+          return fine ? Widths{std::max((w0 * 7) >> 3, 2), (w0 * 9 + 7) >> 3, 1}
+                      : Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
+        },
+        // The strength of a luma refine is kept to 16 bits.
+        [this](int32_t c, int32_t tw) { return ResponseWeighted(buffers_.sums[0], c, tw); }, true);
+  }
+
+  // Writes the lines left to right into the slots and clears the slots
+  // after them. Channel averages only in colour.
+  void Report(int index, bool colour) {
+    lines_.SortByPosition();
+    const int count = lines_.Size();
+    std::atomic_ref<uint16_t>(record_.lineCount).store(uint16_t(count), std::memory_order_relaxed);
+    const bool debug = DebugFlags & kCameraDebugAnalysis;
+    const int frameCount = int(CameraFrameCount.load(std::memory_order_relaxed));
+    if (count == 0 && debug) fprintf(DebugFile, "MOL%d-%d NO LINE FOUND\n", frameCount, index);
+    const int32_t range = CameraSub32(record_.rangeMax, record_.rangeMin);
+    for (int i = 0; i < count; ++i) {
+      const Line& line = lines_[i];
+      int32_t averages[4] = {};  // grey, red, green, blue
+      for (int b = 0; b < buffers_.count; ++b) averages[b] = Average(buffers_.sums[b], line);
+      const int32_t position =
+          CameraAdd32(CameraAdd32(n_ / 2, CameraMul32(range, line.position)) / n_, record_.rangeMin);
+      const int32_t width = CameraAdd32(n_ / 2, CameraMul32(range, line.width)) / n_;
+      CameraStoreResult(record_.positionResults[i], position);
+      CameraStoreResult(record_.strengthResults[i], (100 * line.strength) >> 8);
+      CameraStoreResult(record_.widthResults[i], width);
+      CameraStoreResult(record_.brightnessResults[i], (100 * averages[0]) >> 8);
+      if (colour) {
+        CameraStoreResult(record_.redResults[i], (100 * averages[1]) >> 8);
+        CameraStoreResult(record_.greenResults[i], (100 * averages[2]) >> 8);
+        CameraStoreResult(record_.blueResults[i], (100 * averages[3]) >> 8);
+      }
+      if (debug && colour)
+        fprintf(DebugFile, "MOL%d-%d-%d p=%d q=%d w=%d r=%d, g=%d, b=%d, bw=%d\n", frameCount, index, i,
+                int(int16_t(position)), line.strength, int(int16_t(width)), averages[1], averages[2], averages[3],
+                averages[0]);
+      else if (debug)
+        fprintf(DebugFile, "MOL%d-%d-%d p=%d q=%d w=%d bw=%d\n", frameCount, index, i, int(int16_t(position)),
+                line.strength, int(int16_t(width)), averages[0]);
+    }
+    ClearSlots(record_, count, colour);
+  }
+
+  // Clears the slots from first on, never past the five the record has.
+  static void ClearSlots(CameraAnalysisMaxOnLine2& record, int first, bool colour) {
+    for (int i = first; i < std::min(record.lineCountMax, kSlots); ++i) {
+      for (int16_t* const* slots : {record.positionResults, record.strengthResults, record.widthResults,
+                                    record.brightnessResults})
+        CameraStoreResult(slots[i], 0);
+      if (colour)
+        for (int16_t* const* slots : {record.redResults, record.greenResults, record.blueResults})
+          CameraStoreResult(slots[i], 0);
+    }
+  }
+
+ private:
+  struct Widths {
+    int32_t lowest, highest, step;
+  };
+
+  // Mean over the line, in the buffer's own sign.
+  int32_t Average(const int32_t* sums, const Line& line) const {
+    const int32_t h = line.width / 2, mean = (sums[line.position + h] - sums[line.position - h]) / line.width;
+    return record_.bright ? mean : -mean;
+  }
+
+  CameraAnalysisMaxOnLine2& record_;
+  const SumBuffers& buffers_;
+  const int32_t n_;
+  LineList lines_;
+};
+
+}  // namespace
+
+namespace {
+
+// A record that Init refused, or whose colour flag was set after Init, finds
+// nothing and says so in its slots.
+bool Unusable(CameraAnalysisMaxOnLine2& record, bool colour) {
+  if (record.valueBuffer && (!colour || record.redBuffer)) return false;
+  std::atomic_ref<uint16_t>(record.lineCount).store(0, std::memory_order_relaxed);
+  LineSearch::ClearSlots(record, 0, colour);
+  return true;
+}
+
+}  // namespace
+
+void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* frame, const unsigned char*,
+                                            const unsigned char*, int) {
+  if (Unusable(*this, true)) return;
+  const int32_t n = sampleCount;
+  uint16_t histograms[3][256] = {};
+  CameraScanFrame image{frame, base.width, base.height};
+  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
+    const CameraRgb colour = image.Rgb(x, y);
+    redBuffer[i + 1] = colour.red;
+    greenBuffer[i + 1] = colour.green;
+    blueBuffer[i + 1] = colour.blue;
+    if (whiteBalance) {
+      ++histograms[0][colour.red];
+      ++histograms[1][colour.green];
+      ++histograms[2][colour.blue];
+    } else {
+      valueBuffer[i + 1] = CameraGrey(colour.red, colour.green, colour.blue);
+    }
+  });
+  if (whiteBalance) {
+    const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
+                  gainB = CameraMedianGain(histograms[2], n);
+    for (int32_t j = 1; j <= n; ++j) {
+      redBuffer[j] = (redBuffer[j] * gainR) >> 8;
+      greenBuffer[j] = (greenBuffer[j] * gainG) >> 8;
+      blueBuffer[j] = (blueBuffer[j] * gainB) >> 8;
+      valueBuffer[j] = int16_t(CameraGrey(redBuffer[j], greenBuffer[j], blueBuffer[j]));
+    }
+  }
+  SumBuffers buffers{{valueBuffer, redBuffer, greenBuffer, blueBuffer}, 4};
+  for (int32_t* buffer : buffers.sums) PrefixSums(buffer, n, bright);
+  LineSearch search(*this, buffers);
+  search.Search();
+  if (refine) search.RefineColor();
+  search.Report(index, true);
+}
+
+void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, const unsigned char*,
+                                         const unsigned char*, int) {
+  if (Unusable(*this, false)) return;
+  const int32_t n = sampleCount;
+  CameraScanFrame image{frame, base.width, base.height};
+  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
+    valueBuffer[i + 1] = image.Luma(x, y);
+  });
+  PrefixSums(valueBuffer, n, bright);
+  SumBuffers buffers{{valueBuffer}, 1};
+  LineSearch search(*this, buffers);
+  search.Search();
+  if (refine) search.RefineBW();
+  search.Report(index, false);
+}
