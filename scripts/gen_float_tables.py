@@ -3,8 +3,9 @@
 and FL64 formats, each entry the power of ten rounded to the nearest mantissa
 (ties to even), computed in exact integer arithmetic.
 
-Run from the repository root:  python3 scripts/gen_float_tables.py
+    scripts/gen_float_tables.py [--output src/float/FloatPowerTables.cpp]
 """
+import argparse
 import pathlib
 
 BIAS = 8192
@@ -80,8 +81,10 @@ def main():
         '#include "kavri/FL48.h"\n\n'
         'extern "C" {\n\n' + "\n\n".join(parts) + '\n\n}  // extern "C"\n'
     )
-    out = pathlib.Path(__file__).resolve().parent.parent / "src/float/FloatPowerTables.cpp"
-    out.write_text(text)
+    default = pathlib.Path(__file__).resolve().parent.parent / "src/float/FloatPowerTables.cpp"
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--output", default=str(default))
+    pathlib.Path(parser.parse_args().output).write_text(text)
 
 
 if __name__ == "__main__":

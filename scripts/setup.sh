@@ -14,6 +14,7 @@ host_packages=(
   libjpeg-dev libsdl2-dev libsdl2-ttf-dev fonts-liberation
   g++-arm-linux-gnueabihf qemu-user
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev libpng-dev zlib1g-dev
+  console-setup-linux
 )
 
 # Run-time libraries for the armhf build; their dependency closure is added.

@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+#include "FL48LongDouble.h"
 #include "kavri/FL48.h"
 
 namespace {
@@ -25,11 +26,6 @@ struct Operands {
   std::vector<double> da, db, dout;
   std::vector<int32_t> shorts, flags;
 };
-
-double ToDouble(const FL48& x) {
-  double v = std::ldexp(double((uint32_t(x.mant[0]) << 16) | x.mant[1]), int(x.expWord & FL48_EXP_MASK) - 8224);
-  return (x.expWord & FL48_SIGN_BIT) ? -v : v;
-}
 
 FL48 RandomNumber(std::mt19937& random, bool mayBeNegative) {
   uint16_t head = uint16_t(0x2000 + int(random() % 16) - 8);
@@ -46,8 +42,8 @@ Operands MakeOperands() {
   for (int i = 0; i < kCount; ++i) {
     ops.a.push_back(RandomNumber(random, false));
     ops.b.push_back(RandomNumber(random, true));
-    ops.da.push_back(ToDouble(ops.a.back()));
-    ops.db.push_back(ToDouble(ops.b.back()));
+    ops.da.push_back(double(fl48ld::Value(ops.a.back())));
+    ops.db.push_back(double(fl48ld::Value(ops.b.back())));
     ops.shorts.push_back(int32_t(int16_t(random())));
   }
   ops.out.resize(kCount);

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 #include "CameraChain.h"
@@ -105,7 +106,7 @@ TEST_F(CameraFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
   unsigned char frame[8 * 4 * 2] = {};
   unsigned char* middleRow = frame + 8 * 4;
   for (int pixel = 0; pixel < 8; ++pixel) middleRow[2 * pixel] = uint8_t(10 * pixel);
-  DebugFlags = 4;
+  DebugFlags = debugflag::kSharpness;
   CameraFrameCount.store(5);
   testing::internal::CaptureStdout();
   CameraRunAnalysis(&head, frame, frame, frame, 0);
@@ -135,9 +136,7 @@ TEST_F(CameraFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
   CameraAnalysisCounter last = MakeCounter(96, 64, &lastCount, &lastChange);
   last.frameRate = 5;
   first.base.next = &last.base;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  CameraSetup(&first.base);
+  StartCapture(&first.base);
   ASSERT_TRUE(camera.WaitUntilStarved(std::chrono::seconds(60)));
   EXPECT_EQ(CameraFrameWidth, 48);
   EXPECT_EQ(CameraFrameHeight, 32);
@@ -145,11 +144,9 @@ TEST_F(CameraFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
   EXPECT_EQ(camera.RequestedWidth(), 48u);
   EXPECT_EQ(last.base.width, 48) << "every record gets the capture size";
   EXPECT_EQ(CameraChangeVar, &lastChange);
-  CameraThreadTerminate.store(true);
-  camera.PushFrame(camera_devices::UndecodableFrame());
-  ASSERT_TRUE(WaitFor([] { return !CameraThreadRunning.load(); }));
-  testing::internal::GetCapturedStderr();
-  EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Camera parameter record found 48x32 10 fps 50 plf\n"));
+  CaptureOutput output = StopCapture(true, &camera);
+  ASSERT_TRUE(output.ended);
+  EXPECT_THAT(output.out, HasSubstr("Camera parameter record found 48x32 10 fps 50 plf\n"));
   FakeCamera::Uninstall();
 }
 
@@ -180,42 +177,45 @@ class CameraDeliverFrameTest : public testing::Test {
   uint8_t storage_[2][kCapacity + 1] = {};
 };
 
-TEST_F(CameraDeliverFrameTest, FrameOfExactlyCapacityIsStoredAndOneByteMoreIsDropped) {
-  Deliver(std::vector<uint8_t>(kCapacity + 1, 1));
-  EXPECT_TRUE(Take().empty());
-  Deliver(std::vector<uint8_t>(kCapacity, 2));
-  EXPECT_EQ(Take(), std::vector<uint8_t>(kCapacity, 2));
-}
-
-TEST_F(CameraDeliverFrameTest, DisabledRecordStoresNothing) {
-  record_.enabled = 0;
-  Deliver({1, 2, 3});
-  EXPECT_EQ(record_.full[0], 0);
-  EXPECT_EQ(record_.writeIndex, 0);
-}
-
-// The server may enable the record before it has set the buffers.
-TEST_F(CameraDeliverFrameTest, FrameForABufferNotYetSetIsDropped) {
-  record_.buffer[0] = nullptr;
-  Deliver({1, 2, 3});
-  EXPECT_EQ(record_.full[0], 0);
-  EXPECT_EQ(record_.writeIndex, 0);
-  record_.buffer[0] = storage_[0];
-  Deliver({4});
-  EXPECT_EQ(Take(), std::vector<uint8_t>{4});
-}
-
-TEST_F(CameraDeliverFrameTest, FrameForAFullBufferIsDroppedAndTheNextGoesToThatBuffer) {
-  Deliver({1});
-  Deliver({2});
-  Deliver({3});  // both buffers full: dropped
-  EXPECT_EQ(Take(), std::vector<uint8_t>{1});
-  Deliver({4});
-  EXPECT_EQ(record_.size[0], 1);
-  EXPECT_EQ(storage_[0][0], 4) << "stored in the buffer just freed";
-  EXPECT_EQ(Take(), std::vector<uint8_t>{2});
-  EXPECT_EQ(Take(), std::vector<uint8_t>{4});
-  EXPECT_TRUE(Take().empty());
+// Steps: 'D' delivers the frame, 'T' takes one and expects the frame (empty:
+// nothing to take), 'B' gives buffer 0 back to the record.
+TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDropped) {
+  using Frame = std::vector<uint8_t>;
+  struct Step {
+    char op;
+    Frame frame;
+  };
+  struct Case {
+    const char* name;
+    void (*prepare)(CameraAnalysisDeliverFrame&);
+    std::vector<Step> steps;
+  };
+  const Case cases[] = {
+      {"one byte over the capacity, then exactly the capacity",
+       [](CameraAnalysisDeliverFrame&) {},
+       {{'D', Frame(kCapacity + 1, 1)}, {'T', {}}, {'D', Frame(kCapacity, 2)}, {'T', Frame(kCapacity, 2)}}},
+      {"record disabled", [](CameraAnalysisDeliverFrame& r) { r.enabled = 0; }, {{'D', {1, 2, 3}}, {'T', {}}}},
+      {"buffer not yet set by the server",
+       [](CameraAnalysisDeliverFrame& r) { r.buffer[0] = nullptr; },
+       {{'D', {1, 2, 3}}, {'T', {}}, {'B', {}}, {'D', {4}}, {'T', {4}}}},
+      {"both buffers full; the next frame goes to the buffer just freed",
+       [](CameraAnalysisDeliverFrame&) {},
+       {{'D', {1}}, {'D', {2}}, {'D', {3}}, {'T', {1}}, {'D', {4}}, {'T', {2}}, {'T', {4}}, {'T', {}}}},
+  };
+  for (const Case& c : cases) {
+    SetUp();
+    c.prepare(record_);
+    for (size_t i = 0; i < c.steps.size(); ++i) {
+      const Step& step = c.steps[i];
+      if (step.op == 'D') {
+        Deliver(step.frame);
+      } else if (step.op == 'B') {
+        record_.buffer[0] = storage_[0];
+      } else {
+        EXPECT_EQ(Take(), step.frame) << c.name << ", step " << i;
+      }
+    }
+  }
 }
 
 TEST_F(CameraDeliverFrameTest, InitClearsTheHandOverButKeepsTheServersSettings) {
@@ -239,20 +239,37 @@ std::vector<uint8_t> NumberedFrame(uint32_t sequence) {
   return frame;
 }
 
+// A producer thread that is stopped and joined however the test leaves.
+class Producer {
+ public:
+  explicit Producer(std::function<void(uint32_t)> deliver)
+      : thread_([this, deliver] {
+          for (uint32_t sequence = 1; !stop_.load(); ++sequence) {
+            deliver(sequence);
+            produced_.store(sequence);
+          }
+        }) {}
+  ~Producer() {
+    stop_.store(true);
+    thread_.join();
+  }
+  uint32_t Produced() const { return produced_.load(); }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::atomic<uint32_t> produced_{0};
+  std::thread thread_;
+};
+
 TEST_F(CameraDeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsCleanly) {
-  std::atomic<uint32_t> produced{0};
-  std::atomic<bool> stop{false};
-  std::thread producer([&] {
-    for (uint32_t sequence = 1; !stop.load(); ++sequence) {
-      Deliver(NumberedFrame(sequence));
-      produced.store(sequence);
-    }
-  });
+  Producer producer([this](uint32_t sequence) { Deliver(NumberedFrame(sequence)); });
   // The consumer starts only when three frames are out: the third found both
   // buffers full.
-  ASSERT_TRUE(WaitFor([&] { return produced.load() >= 3; }));
+  ASSERT_TRUE(WaitFor([&] { return producer.Produced() >= 3; }));
   uint32_t taken = 0, lastSequence = 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (taken < 100) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "only " << taken << " frames arrived";
     std::vector<uint8_t> frame = Take();
     if (frame.empty()) continue;
     ASSERT_GE(frame.size(), 4u);
@@ -264,17 +281,15 @@ TEST_F(CameraDeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsClea
     ++taken;
     if (taken % 10 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  EXPECT_GT(produced.load(), taken) << "frames were dropped rather than waited for";
+  EXPECT_GT(producer.Produced(), taken) << "frames were dropped rather than waited for";
 
   // The server's stop: disable, wait until no copy is under way; from then on
   // nothing is written.
   record_.Enabled().store(0);
   ASSERT_TRUE(WaitFor([&] { return record_.Writing().load() == 0; }));
   std::vector<uint8_t> snapshot(&storage_[0][0], &storage_[0][0] + sizeof storage_);
-  uint32_t producedAtStop = produced.load();
-  ASSERT_TRUE(WaitFor([&] { return produced.load() > producedAtStop + 100; }));
-  stop.store(true);
-  producer.join();
+  uint32_t producedAtStop = producer.Produced();
+  ASSERT_TRUE(WaitFor([&] { return producer.Produced() > producedAtStop + 100; }));
   EXPECT_EQ(std::vector<uint8_t>(&storage_[0][0], &storage_[0][0] + sizeof storage_), snapshot);
 }
 

@@ -63,15 +63,11 @@ TEST(CameraSimTest, CaptureRunsOnTheSimulatedCamera) {
   int16_t frames = 0;
   uint8_t change = 0;
   CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(kWidth, kHeight, 100, 50, &frames, &change);
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  CameraSetup(&counter.base);
+  StartCapture(&counter.base);
   EXPECT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 3; }));
-  CameraThreadTerminate.store(true);
-  EXPECT_TRUE(WaitFor([] { return !CameraThreadRunning.load(); }));
-  testing::internal::GetCapturedStdout();
-  std::string errors = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(errors.find("Camera Error"), std::string::npos) << errors;
+  CaptureOutput output = StopCapture(true);
+  EXPECT_TRUE(output.ended);
+  EXPECT_EQ(output.err.find("Camera Error"), std::string::npos) << output.err;
   camera_devices::FakeCamera::Uninstall();
 }
 

@@ -1,5 +1,7 @@
 #include "TestImages.h"
 
+#include <gtest/gtest.h>
+
 std::vector<uint8_t> GradientYuyv(int width, int height) {
   std::vector<uint8_t> yuyv(size_t(width) * height * 2);
   for (int y = 0; y < height; ++y) {
@@ -12,4 +14,20 @@ std::vector<uint8_t> GradientYuyv(int width, int height) {
     }
   }
   return yuyv;
+}
+
+void StartCapture(CameraAnalysisBase* chain) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  CameraSetup(chain);
+}
+
+CaptureOutput StopCapture(bool requestStop, camera_devices::FakeCamera* wake) {
+  if (requestStop) {
+    CameraThreadTerminate.store(true);
+    if (wake) wake->PushFrame(camera_devices::UndecodableFrame());
+  }
+  bool ended = WaitFor([] { return !CameraThreadRunning.load(); });
+  std::string out = testing::internal::GetCapturedStdout();
+  return {ended, out, testing::internal::GetCapturedStderr()};
 }

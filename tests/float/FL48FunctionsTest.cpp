@@ -22,8 +22,6 @@ using fl48test::Mant;
 using Function = void (*)(FL48*);
 using Reference = long double (*)(long double);
 
-
-
 FL48 Apply(Function f, FL48 x) {
   f(&x);
   return x;
@@ -32,75 +30,6 @@ FL48 Apply(Function f, FL48 x) {
 FL48 Code(int code) { return Make(uint16_t(code), 0); }
 
 const FL48 kExactOne = Make(FL48_EXACT_BIT | 0x2001, 0x80000000);
-
-// ---- Polynomials ----
-
-TEST(FL48Polynom, HornerOverAllCoefficients) {
-  const FL48 c[] = {fl48test::FromShort(2), fl48test::FromShort(-3), fl48test::FromShort(5)};
-  FL48 x = fl48test::FromShort(3);
-  FL48 p;
-  FL48_PolynomEval(&p, &x, c, 2);  // 2*9 - 3*3 + 5
-  EXPECT_EQ(fl48test::ToDouble(p), 14.0);
-  FL48_PolynomEval(&x, &x, c, 2);  // the destination may be the argument
-  EXPECT_EQ(fl48test::ToDouble(x), 14.0);
-}
-
-TEST(FL48Polynom, MonicStartsWithTheArgument) {
-  const FL48 c[] = {fl48test::FromShort(1), fl48test::FromShort(-2), fl48test::FromShort(4)};
-  FL48 x = fl48test::FromShort(3);
-  FL48 q;
-  FL48_PolynomEval1(&q, &x, c, 3);  // 27 + 9 - 6 + 4
-  EXPECT_EQ(fl48test::ToDouble(q), 34.0);
-  FL48_PolynomEval1(&q, &x, c, 1);  // x + 1
-  EXPECT_EQ(fl48test::ToDouble(q), 4.0);
-  FL48_PolynomEval1(&x, &x, c, 2);  // 9 + 3 - 2
-  EXPECT_EQ(fl48test::ToDouble(x), 10.0);
-}
-
-// ---- Coefficient tables ----
-
-struct Table {
-  const char* name;
-  const FL48* entries;
-  std::vector<const char*> decimals;
-};
-
-TEST(FL48Coefficients, EachEntryIsTheNearestFL48OfItsDecimal) {
-  const Table tables[] = {
-      {"Log N", FL48_LogCofN, {"0.000101875664", "0.497494995", "4.7057912", "14.4989225", "17.9368678", "7.70838734"}},
-      {"Log D", FL48_LogCofD, {"11.2873587", "45.2279146", "82.9875267", "71.1544751", "23.125162"}},
-      {"Exp N", FL48_ExpCofN, {"0.000126177193", "0.0302994408", "1"}},
-      {"Exp D", FL48_ExpCofD, {"3.00198505e-06", "0.0025244834", "0.227265548", "2"}},
-      {"Sin",
-       FL48_SinCof,
-       {"1.58962302e-10", "-2.50507478e-08", "2.75573136e-06", "-0.000198412698", "0.00833333334", "-0.166666667"}},
-      {"Cos",
-       FL48_CosCof,
-       {"-1.13585365e-11", "2.08757008e-09", "-2.75573142e-07", "2.48015873e-05", "-0.00138888889", "0.0416666667",
-        "-0.5"}},
-      {"Tan N", FL48_TanCofN, {"-13093.6939", "1153516.65", "-17956525.2"}},
-      {"Tan D", FL48_TanCofD, {"13681.2963", "-1320892.34", "25008380.2", "-53869575.6"}},
-      {"Asin1 N",
-       FL48_AsinCof1N,
-       {"0.00425301137", "-0.601959801", "5.44462239", "-16.2624797", "19.5626198", "-8.1980898"}},
-      {"Asin1 D", FL48_AsinCof1D, {"-14.7409137", "70.4961028", "-147.179129", "139.510561", "-49.1885388"}},
-      {"Asin2 N", FL48_AsinCof2N, {"0.00296772196", "-0.563424278", "6.96871082", "-25.5690105", "28.5366555"}},
-      {"Asin2 D", FL48_AsinCof2D, {"-21.9477953", "147.065635", "-383.877096", "342.439866"}},
-      {"Atan N", FL48_AtanCofN, {"-0.87506086", "-16.1575372", "-75.0085579", "-122.886668", "-64.850219"}},
-      {"Atan D", FL48_AtanCofD, {"24.8584649", "165.02701", "432.88106", "485.3904", "194.550657"}},
-  };
-  for (const Table& t : tables) {
-    for (size_t i = 0; i < t.decimals.size(); ++i) {
-      const FL48& e = t.entries[i];
-      const long double exact = std::strtold(t.decimals[i], nullptr);
-      const long double halfUlp = std::ldexp(1.0L, int(fl48test::Field(e)) - FL48_EXP_BIAS - 33);
-      SCOPED_TRACE(std::string(t.name) + " entry " + std::to_string(i) + " " + Describe(e));
-      EXPECT_EQ(e.expWord & FL48_EXACT_BIT, 0);
-      EXPECT_NE(Mant(e) & 0x80000000u, 0u);
-      EXPECT_LE(std::fabs(Value(e) - exact), halfUlp);
-    }
-  }
-}
 
 // ---- Special values and limits ----
 
@@ -255,56 +184,6 @@ TEST(FL48Functions, TangentAcrossPiHalf) {
   }
 }
 
-// Above 0.625: z = 1 - |x|, p = z * P(z) / Q(z) in that order, s = sqrt(2z),
-// result pi/2 - s - p * s. The order of the products decides the last bits.
-FL48 ArcsineAboveTheLimitStepByStep(const FL48& x) {
-  FL48 a = x;
-  FL48_Abs(&a);
-  FL48 z = FL48_One;
-  FL48_Sub(&z, &a);
-  FL48 num, den;
-  FL48_PolynomEval(&num, &z, FL48_AsinCof2N, 4);
-  FL48_PolynomEval1(&den, &z, FL48_AsinCof2D, 4);
-  FL48 p = z;
-  FL48_Mul(&p, &num);
-  FL48_Div(&p, &den);
-  FL48 s = z;
-  FL48_AddExp(&s, 1);
-  FL48_Sqrt(&s);
-  FL48_Mul(&p, &s);
-  FL48 r = FL48_PiH;
-  FL48_Sub(&r, &s);
-  FL48_Sub(&r, &p);
-  if (fl48test::Negative(x)) r.expWord ^= FL48_SIGN_BIT;
-  return r;
-}
-
-TEST(FL48Functions, ArcsineAboveTheLimitTakesItsStepsInOrder) {
-  fl48test::RandomNumbers random(41);
-  for (int i = 0; i < 3000; ++i) {
-    const FL48 x = Nearest((random.Coin() ? -1 : 1) * (0.625L + 0.375L * random.Between(1, 1 << 20) / (1 << 20)));
-    EXPECT_TRUE(fl48test::SameWords(Apply(FL48_Asin, x), ArcsineAboveTheLimitStepByStep(x))) << Describe(x);
-  }
-}
-
-// Above one half: 2 * asin(sqrt((1 - x) / 2)). A product by 2 keeps the
-// leading zeros that 1 - x leaves, so the result has as many valid bits as
-// the arcsine it doubles.
-TEST(FL48Functions, ArccosineAboveOneHalfDoublesByAProduct) {
-  const FL48 two = fl48test::FromShort(2);
-  fl48test::RandomNumbers random(43);
-  for (int i = 0; i < 3000; ++i) {
-    const FL48 x = Nearest(0.5L + 0.5L * random.Between(1, 1 << 20) / (1 << 20));
-    FL48 expected = FL48_One;
-    FL48_Sub(&expected, &x);
-    FL48_AddExp(&expected, -1);
-    FL48_Sqrt(&expected);
-    FL48_Asin(&expected);
-    FL48_Mul(&expected, &two);
-    EXPECT_TRUE(fl48test::SameWords(Apply(FL48_Acos, x), expected)) << Describe(x);
-  }
-}
-
 // ---- Sweeps against the C library ----
 
 
@@ -384,6 +263,38 @@ TEST(FL48Functions, SweepsAgreeWithTheCLibrary) {
     }
     EXPECT_GE(fewest, s.bits) << s.name << " over " << double(s.lo) << " .. " << double(s.hi) << ", worst at "
                               << double(worst);
+  }
+}
+
+TEST(FL48Constants, AreTheirValuesToThe32BitMantissa) {
+  const double pi = 3.14159265358979323846;
+  const struct {
+    const char* name;
+    const FL48& constant;
+    double value;
+  } constants[] = {
+      {"One", FL48_One, 1},
+      {"Half", FL48_Half, 0.5},
+      {"Pi", FL48_Pi, pi},
+      {"PiH", FL48_PiH, pi / 2},
+      {"PiHI", FL48_PiHI, 2 / pi},
+      {"Sqrt2", FL48_Sqrt2, std::sqrt(2.0)},
+      {"Ln2", FL48_Ln2, std::log(2.0)},
+      {"Ln2I", FL48_Ln2I, 1 / std::log(2.0)},
+      {"Deg2Rad", FL48_Deg2Rad, pi / 180},
+      {"Rad2Deg", FL48_Rad2Deg, 180 / pi},
+      {"Ln10", FL48_Ln10, std::log(10.0)},
+      {"Ln10I", FL48_Ln10I, 1 / std::log(10.0)},
+      {"SqrtApr1", FL48_SqrtApr1, 0.417307600},
+      {"SqrtApr2", FL48_SqrtApr2, 0.590162067},
+      {"AsinLim", FL48_AsinLim, 0.625},
+      {"AtanLim1", FL48_AtanLim1, 1 + std::sqrt(2.0)},
+      {"AtanLim2", FL48_AtanLim2, 0.66},
+  };
+  for (const auto& c : constants) {
+    EXPECT_EQ(c.constant.expWord & (FL48_SIGN_BIT | FL48_EXACT_BIT), 0) << c.name;
+    EXPECT_NE(c.constant.mant[0] & 0x8000, 0) << c.name;
+    EXPECT_NEAR(double(Value(c.constant)), c.value, std::fabs(c.value) * 1e-8) << c.name;
   }
 }
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "ControllerProcess.h"
+#include "DebugFlagBits.h"
 #include "TestClient.h"
 #include "kavri/KavriLib.h"
 #include "kavri/LinkProtocol.h"
@@ -158,7 +159,7 @@ TEST_F(LinkServer, SilentPcIsDroppedAfterTheReadTimeout) {
 }
 
 TEST_F(LinkServer, RatesLineIsPrintedToTheDebugFileUnderBitZero) {
-  Start({.debugFlags = 1});
+  Start({.debugFlags = debugflag::kRates});
   TestClient client(port());
   bool printed = WaitFor([&] {
     client.SendWord(KavriCmdQueryStatus);

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "ControllerProcess.h"
+#include "WaitFor.h"
 #include "kavri/MotorIOLib.h"
 #include "motoriolib/MotorIOLibSim.h"
 

@@ -1,5 +1,6 @@
 #include "ControllerProcess.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "kavri/KavriLib.h"
 #include "kavri/MotorIOLib.h"
@@ -50,14 +50,56 @@ void RedirectTo(const std::string& path, int fd) {
   for (;;) pause();
 }
 
+// The inode of the socket listening on `port`, from the kernel's table.
+std::string ListeningInode(int port) {
+  std::ifstream table("/proc/net/tcp");
+  std::string line;
+  char wanted[16];
+  snprintf(wanted, sizeof wanted, ":%04X ", port);
+  while (std::getline(table, line)) {
+    std::istringstream fields(line);
+    std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout, inode;
+    fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >> timeout >> inode;
+    if (state == "0A" && (local + " ").find(wanted) != std::string::npos) return inode;
+  }
+  return {};
+}
+
+// Whether the socket listening on `port` is one of `pid`'s: another test's
+// controller may hold the same port for a moment.
+bool ListensOn(pid_t pid, int port) {
+  const std::string inode = ListeningInode(port);
+  if (inode.empty()) return false;
+  const std::string wanted = "socket:[" + inode + "]";
+  const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+  DIR* dir = opendir(fds.c_str());
+  if (!dir) return false;
+  bool found = false;
+  char target[64];
+  while (dirent* entry = readdir(dir)) {
+    ssize_t n = readlinkat(dirfd(dir), entry->d_name, target, sizeof target - 1);
+    if (n > 0 && std::string(target, size_t(n)) == wanted) found = true;
+  }
+  closedir(dir);
+  return found;
+}
+
+constexpr int kPortAttempts = 20;
+
 }  // namespace
 
 ControllerProcess::ControllerProcess(ControllerConfig config)
-    : directory_(MakeTempDirectory()), port_(config.port ? config.port : FindFreePort()) {
+    : config_(std::move(config)), directory_(MakeTempDirectory()) {
   MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);  // so that parent and child share its address
+  Start();
+}
+
+void ControllerProcess::Start() {
+  port_ = config_.port ? config_.port : FindFreePort();
+  exited_ = false;
   fflush(nullptr);
   child_ = fork();
-  if (child_ == 0) RunChild(config, directory_, port_);
+  if (child_ == 0) RunChild(config_, directory_, port_);
 }
 
 ControllerProcess::~ControllerProcess() {
@@ -69,9 +111,27 @@ ControllerProcess::~ControllerProcess() {
   if (system(command.c_str()) != 0) fprintf(stderr, "cannot remove %s\n", directory_.c_str());
 }
 
+// A free port found by the parent may be taken by a parallel test before the
+// child binds it; the child then ends with the server's bind error, and a
+// chosen port is tried again with another one.
 bool ControllerProcess::WaitUntilListening() {
-  return WaitFor([&] { return PortIsListening(port_) || waitpid(child_, nullptr, WNOHANG) != 0; }) &&
-         PortIsListening(port_);
+  for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
+    int status = 0;
+    bool ended = false;
+    bool listening = WaitFor([&] {
+      if (ListensOn(child_, port_)) return true;
+      ended = waitpid(child_, &status, WNOHANG) == child_;
+      return ended;
+    });
+    if (listening && !ended) return true;
+    if (ended) {
+      exited_ = true;
+      exitStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    if (!ended || config_.port != 0 || Stderr().find("ERROR calling bind") == std::string::npos) return false;
+    Start();
+  }
+  return false;
 }
 
 std::string ControllerProcess::Stdout() const { return ReadWholeFile(directory_ + "/stdout"); }
@@ -87,10 +147,12 @@ bool ControllerProcess::WaitForStderr(const std::string& text) const {
 }
 
 int ControllerProcess::WaitForExit() {
+  if (exited_) return exitStatus_;
   int status = 0;
   if (waitpid(child_, &status, 0) != child_) return -1;
   exited_ = true;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  exitStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return exitStatus_;
 }
 
 int FindFreePort() {
@@ -107,28 +169,7 @@ int FindFreePort() {
 
 // Reads the kernel's socket table rather than connecting, so that probing
 // leaves no trace in the server's log.
-bool PortIsListening(int port) {
-  std::ifstream table("/proc/net/tcp");
-  std::string line;
-  char wanted[16];
-  snprintf(wanted, sizeof wanted, ":%04X ", port);
-  while (std::getline(table, line)) {
-    std::istringstream fields(line);
-    std::string slot, local, remote, state;
-    fields >> slot >> local >> remote >> state;
-    if (state == "0A" && (local + " ").find(wanted) != std::string::npos) return true;
-  }
-  return false;
-}
-
-bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds bound) {
-  auto deadline = std::chrono::steady_clock::now() + bound;
-  while (!ready()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
+bool PortIsListening(int port) { return !ListeningInode(port).empty(); }
 
 std::string ReadWholeFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

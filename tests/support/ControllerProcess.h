@@ -11,10 +11,12 @@
 #include <optional>
 #include <string>
 
+#include "WaitFor.h"
+
 struct ControllerConfig {
   std::optional<std::string> sysVersion;  // contents of the version file; none: no file
   int debugFlags = 0;
-  int port = 0;                           // 0: a free port
+  int port = 0;                           // 0: a free port, chosen again if taken
   // Runs in the child after KavriLib_Init, e.g. to print library state.
   std::function<void()> afterInit;
 };
@@ -27,7 +29,7 @@ class ControllerProcess {
   ControllerProcess& operator=(const ControllerProcess&) = delete;
 
   int port() const { return port_; }
-  // True once the server listens; false if the child ended first.
+  // True once the child's server listens; false if the child ended first.
   bool WaitUntilListening();
   std::string Stdout() const;
   std::string Stderr() const;
@@ -39,17 +41,19 @@ class ControllerProcess {
   int WaitForExit();
 
  private:
+  void Start();
+
+  ControllerConfig config_;
   std::string directory_;
-  int port_;
+  int port_ = 0;
   pid_t child_ = -1;
   bool exited_ = false;
+  int exitStatus_ = -1;
 };
 
 // A free TCP port on loopback, as the kernel hands them out.
 int FindFreePort();
 bool PortIsListening(int port);
-// Polls `ready` every 10 ms until true or `bound` has passed.
-bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds bound = std::chrono::seconds(60));
 std::string ReadWholeFile(const std::string& path);
 
 #endif

@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 
+#include "FL48LongDouble.h"
 #include "kavri/FL48.h"
 
 namespace fl48test {
@@ -46,11 +47,7 @@ inline bool SameWords(const FL64& a, const FL64& b) {
   return a.expWord == b.expWord && a.mant[0] == b.mant[0] && a.mant[1] == b.mant[1] && a.mant[2] == b.mant[2];
 }
 
-// Value of a number record as a double (tests only; enough for readability).
-inline double ToDouble(const FL48& x) {
-  double v = std::ldexp(double(Mant(x)), int(Field(x)) - FL48_EXP_BIAS - 32);
-  return Negative(x) ? -v : v;
-}
+inline double ToDouble(const FL48& x) { return double(fl48ld::Value(x)); }
 
 // A normalised random number with its field in [lo, hi].
 class RandomNumbers {
