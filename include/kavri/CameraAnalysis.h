@@ -46,14 +46,23 @@ struct CameraAnalysisCounter {
                const unsigned char* compressed, int compressedSize);
 };
 
-// Two-buffer hand-over of compressed frames to a consumer thread without
-// locks. The producer (the capture thread) fills only a buffer whose full
-// flag is clear and sets the flag last; the consumer reads only a buffer whose
-// flag is set, advances readIndex and then clears the flag. The byte flags are
-// shared between threads: access them through std::atomic_ref (helpers
-// below). To stop storing, a consumer clears enabled and then waits until
-// writing is clear; both with sequentially consistent order (the defaults),
-// after which no frame is being copied and none will be.
+// Two-buffer hand-over of compressed frames from the capture thread (the
+// producer, in Analyze) to the camera server (the consumer), without locks.
+// Every field both threads touch is accessed through std::atomic_ref:
+// - The consumer calls Init, then stores capacity and both buffer pointers
+//   with release order, and only then raises enabled. The producer reads
+//   nothing else of the record until it has seen enabled set, and reads
+//   capacity and the buffer pointer with acquire order.
+// - The producer fills only a buffer whose full flag is clear and sets the
+//   flag last (release); the consumer reads only a buffer whose flag is set
+//   (acquire), advances readIndex and then clears the flag (release). So each
+//   buffer has one owner at a time.
+// - Init may run on the capture thread (at capture start) while the consumer
+//   waits; it only stores zeros, atomically.
+// - To stop, the consumer clears enabled and waits until writing is clear,
+//   both sequentially consistent (the default order); the producer raises
+//   writing before it reads enabled. After that no copy is under way and none
+//   will start, and the buffers may be freed.
 struct CameraAnalysisDeliverFrame {
   CameraAnalysisBase base;
   int32_t capacity;  // largest compressed frame a buffer takes, in bytes

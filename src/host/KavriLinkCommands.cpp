@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "host/KavriServer.h"
+#include "host/OnlineMode.h"
 #include "kavri/KavriLib.h"
 #include "kavri/MotorIOLib.h"
 
@@ -34,6 +35,12 @@ bool HandleGetMemoryLayout(int fd, xoIF2013Command_Base*) {
 const LinkCommand kLinkCommands[] = {
     {KavriCmdQueryStatus, "Received query status command", HandleQueryStatus},
     {KavriCmdGetMemoryLayout, "Received get memory layout command", HandleGetMemoryLayout},
+    {KavriCmdStartOnline, "Received start online command", HandleStartOnline},
+    {KavriCmdUpdateConfig, nullptr, HandleUpdateConfig},
+    {KavriCmdIoExchange, nullptr, HandleIoExchange},
+    {KavriCmdStopOnline, "Received stop online command", HandleStopOnline},
+    {KavriCmdStartCameraOnline, nullptr, HandleStartCameraOnline},
+    {KavriCmdStopCameraOnline, "Received stop camera online command", HandleStopCameraOnline},
 };
 
 }  // namespace

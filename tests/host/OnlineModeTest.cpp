@@ -1,0 +1,346 @@
+// Online mode's commands: what they put into the transfer area and what they
+// answer. The handlers run in this process on one end of a socket pair, with
+// the I/O library stand-in; the connection-level cases use a real controller.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ControllerProcess.h"
+#include "TestClient.h"
+#include "host/OnlineMode.h"
+#include "kavri/KavriLib.h"
+#include "kavri/MotorIOLib.h"
+#include "motoriolib/MotorIOLibSim.h"
+
+namespace {
+
+using Handler = bool (*)(int, xoIF2013Command_Base*);
+
+uint8_t* Area() { return reinterpret_cast<uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX)); }
+
+uint16_t Le16(const uint8_t* bytes) { return uint16_t(bytes[0] | bytes[1] << 8); }
+void PutLe16(uint8_t* bytes, uint16_t value) {
+  bytes[0] = uint8_t(value);
+  bytes[1] = uint8_t(value >> 8);
+}
+
+struct HeardInfo {
+  std::string name;
+  int state;
+};
+std::vector<HeardInfo> heard;
+void RecordInfo(KavriLib_ProgramInfo* info) { heard.push_back({info->name ? info->name : "(null)", info->state}); }
+
+class OnlineCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
+    memcpy(saved_, Area(), sizeof saved_);
+    heard.clear();
+    KavriLib_SetProgramInfoCallback(RecordInfo);
+  }
+  void TearDown() override {
+    for (int fd : ends_)
+      if (fd >= 0) close(fd);
+    for (int channel = 0; channel < MOTORIOLIB_SIM_CHANNELS; ++channel) MotorIOLibSim_SetInput(channel, -1);
+    memcpy(Area(), saved_, sizeof saved_);
+    KavriLib_SetProgramInfoCallback(nullptr);
+    OnlineModeActive = false;
+  }
+
+  // A pattern in the area's bytes that no command writes by chance, or
+  // zeros; the display pointer of the stand-in stays as it is.
+  void FillArea(bool pattern = true) {
+    for (int offset = 0; offset < KAVRI_TRANS_AREA_SIZE; ++offset)
+      if (offset < 464 || offset >= 472) Area()[offset] = pattern ? uint8_t(offset * 7 + 3) : 0;
+  }
+  // A fresh connection and a host that has heard nothing yet.
+  void Renew() {
+    for (int& fd : ends_)
+      if (fd >= 0) close(fd);
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
+    heard.clear();
+  }
+
+  // Sends the packet's body as the PC would after the code word, runs the
+  // handler and collects what it answered.
+  std::vector<uint8_t> Run(Handler handler, const void* packet, size_t length, bool* accepted = nullptr) {
+    if (length > 4 && send(ends_[0], static_cast<const uint8_t*>(packet) + 4, length - 4, 0) < 0) ADD_FAILURE();
+    xoIF2013Command_Base code;
+    memcpy(&code, packet, sizeof code);
+    bool result = handler(ends_[1], &code);
+    if (accepted) *accepted = result;
+    std::vector<uint8_t> reply(256);
+    ssize_t received = recv(ends_[0], reply.data(), reply.size(), MSG_DONTWAIT);
+    reply.resize(received > 0 ? size_t(received) : 0);
+    return reply;
+  }
+  std::vector<uint8_t> RunCaptured(Handler handler, const void* packet, size_t length, std::string& printed) {
+    ::testing::internal::CaptureStdout();
+    std::vector<uint8_t> reply = Run(handler, packet, length);
+    fflush(stdout);
+    printed = ::testing::internal::GetCapturedStdout();
+    return reply;
+  }
+  void ClosePcEnd() {
+    close(ends_[0]);
+    ends_[0] = -1;
+  }
+
+  int ends_[2] = {-1, -1};
+  uint8_t saved_[KAVRI_TRANS_AREA_SIZE];
+};
+
+std::vector<uint8_t> ReplyCode(uint32_t code) {
+  std::vector<uint8_t> bytes(4);
+  memcpy(bytes.data(), &code, 4);
+  return bytes;
+}
+
+// A run of 16-bit fields as the protocol documents it, in packet and area.
+struct Span {
+  const char* name;
+  int packetOffset;
+  int areaOffset;
+  int count;
+  bool lowByteOnly;
+};
+
+TEST_F(OnlineCommand, ExchangeMovesEveryFieldBetweenPacketAndAreaAndNothingElse) {
+  const Span toArea[] = {
+      {"outputs at 4", 4, 332, 8, false},        {"low bytes at 20", 20, 328, 4, true},
+      {"outputs at 28", 28, 348, 8, false},      {"values at 44", 44, 320, 4, false},
+      {"values at 52", 52, 834, 3, false},
+  };
+  const Span toReply[] = {
+      {"inputs 252", 4, 252, 8, false},  {"inputs 268", 20, 268, 8, false}, {"values 320", 36, 320, 4, false},
+      {"values 312", 44, 312, 4, false}, {"value 832", 52, 832, 1, false},
+  };
+  FillArea();
+  uint8_t command[60] = {};
+  uint32_t code = KavriCmdIoExchange;
+  memcpy(command, &code, 4);
+  std::vector<uint8_t> expected(Area(), Area() + KAVRI_TRANS_AREA_SIZE);
+  for (int row = 0; row < int(std::size(toArea)); ++row) {
+    const Span& span = toArea[row];
+    for (int i = 0; i < span.count; ++i) {
+      // A high byte that differs from the low one shows which byte went where.
+      uint16_t value = uint16_t((row + 1) << 12 | (i + 1) << 8 | (row * 16 + i + 0x41));
+      PutLe16(command + span.packetOffset + 2 * i, value);
+      if (span.lowByteOnly)
+        expected[span.areaOffset + i] = uint8_t(value);
+      else
+        PutLe16(&expected[span.areaOffset + 2 * i], value);
+    }
+  }
+  for (int channel = 0; channel < 8; ++channel) {
+    MotorIOLibSim_SetInput(channel, 0x5100 + channel);
+    PutLe16(&expected[252 + 2 * channel], uint16_t(0x5100 + channel));
+  }
+  // Infrared flag words: record k flag j set when k + j is even, by its high
+  // byte only, so that a flag read as one byte is caught.
+  uint8_t flagBytes[5] = {};
+  for (int k = 0; k < 5; ++k)
+    for (int j = 0; j < 4; ++j) {
+      bool set = (k + j) % 2 == 0;
+      PutLe16(Area() + 696 + 32 * k + 2 * j, set ? 0x0100 : 0);
+      PutLe16(&expected[696 + 32 * k + 2 * j], set ? 0x0100 : 0);
+      if (set) flagBytes[k] |= uint8_t(1 << j);
+    }
+
+  std::string printed;
+  std::vector<uint8_t> reply = RunCaptured(kavri::HandleIoExchange, command, sizeof command, printed);
+
+  for (int offset = 0; offset < KAVRI_TRANS_AREA_SIZE; ++offset) {
+    if (offset >= 464 && offset < 472) continue;
+    ASSERT_EQ(Area()[offset], expected[offset]) << "area offset " << offset;
+  }
+  ASSERT_EQ(reply.size(), 80u);
+  EXPECT_EQ(std::vector<uint8_t>(reply.begin(), reply.begin() + 4), ReplyCode(KavriReplyIoExchange));
+  for (const Span& span : toReply) {
+    SCOPED_TRACE(span.name);
+    for (int i = 0; i < span.count; ++i)
+      EXPECT_EQ(Le16(&reply[span.packetOffset + 2 * i]), Le16(&expected[span.areaOffset + 2 * i])) << i;
+  }
+  for (int k = 0; k < 5; ++k) {
+    for (int j = 0; j < 4; ++j) EXPECT_EQ(reply[54 + 5 * k + j], expected[672 + 32 * k + 6 * j]) << k << j;
+    EXPECT_EQ(reply[54 + 5 * k + 4], flagBytes[k]) << "flags of record " << k;
+  }
+  EXPECT_EQ(reply[79], 0);
+  EXPECT_EQ(printed.rfind("IR ", 0), 0u) << printed;
+}
+
+TEST_F(OnlineCommand, ExchangeReportsInfraredRecordsInReplyAndLogLine) {
+  FillArea(false);
+  Area()[672] = 5;
+  PutLe16(Area() + 698, 1);
+  Area()[672 + 32 * 4 + 18] = 200;
+  PutLe16(Area() + 696 + 32 * 4 + 6, 9);
+  xoIF2013Command_IoExchange command{KavriCmdIoExchange};
+  std::string printed;
+  std::vector<uint8_t> reply = RunCaptured(kavri::HandleIoExchange, &command, sizeof command, printed);
+  ASSERT_EQ(reply.size(), 80u);
+  EXPECT_EQ(reply[54], 5);
+  EXPECT_EQ(reply[58], 2);
+  EXPECT_EQ(reply[54 + 20 + 3], 200);
+  EXPECT_EQ(reply[54 + 20 + 4], 8);
+  EXPECT_EQ(printed,
+            "IR   5  0  0  0 2   0  0  0  0 0   0  0  0  0 0   0  0  0  0 0   0  0  0200 8\n");
+}
+
+TEST_F(OnlineCommand, UpdateConfigStoresTheIdsLowByteAndTheBlock) {
+  const struct {
+    int32_t id;
+    uint8_t stored;
+  } cases[] = {{0x105, 5}, {-1, 0xFF}, {0, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.id);
+    FillArea();
+    std::vector<uint8_t> before(Area(), Area() + KAVRI_TRANS_AREA_SIZE);
+    xoIF2013Command_UpdateConfig command{KavriCmdUpdateConfig, c.id};
+    auto* bytes = reinterpret_cast<uint8_t*>(&command);
+    for (int i = 8; i < 96; ++i) bytes[i] = uint8_t(0x80 + i);
+    std::string printed;
+    EXPECT_EQ(RunCaptured(kavri::HandleUpdateConfig, &command, sizeof command, printed),
+              ReplyCode(KavriReplyUpdateConfig));
+    EXPECT_EQ(Area()[75], c.stored);
+    EXPECT_EQ(0, memcmp(Area() + 164, bytes + 8, 88));
+    EXPECT_EQ(Area()[74], before[74]);
+    EXPECT_EQ(Area()[76], before[76]);
+    EXPECT_EQ(Area()[163], before[163]);
+    EXPECT_EQ(Area()[252], before[252]);
+    EXPECT_NE(printed.find("Received update config command, id=" + std::to_string(c.id) + "\n"), std::string::npos);
+  }
+}
+
+TEST_F(OnlineCommand, UpdateConfigPrintsMotorInputAndCounterSettings) {
+  xoIF2013Command_UpdateConfig command{KavriCmdUpdateConfig, 7};
+  const uint8_t motor[4] = {1, 2, 3, 250};
+  memcpy(command.motor, motor, 4);
+  for (int i = 0; i < 8; ++i) command.input[i] = 10 + i;
+  for (int i = 0; i < 4; ++i) command.counter[i] = -i;
+  std::string printed;
+  RunCaptured(kavri::HandleUpdateConfig, &command, sizeof command, printed);
+  EXPECT_EQ(printed,
+            "Received update config command, id=7\n"
+            "M:1 2 3 250, I:10 11 12 13 14 15 16 17, c:0 -1 -2 -3\n");
+}
+
+TEST_F(OnlineCommand, StartOnlineClearsTheOutputsAndTellsTheHostTheFullName) {
+  FillArea();
+  xoIF2013Command_StartOnline command{KavriCmdStartOnline};
+  memset(command.programName, 'n', sizeof command.programName);  // no terminator
+  EXPECT_EQ(Run(kavri::HandleStartOnline, &command, sizeof command), ReplyCode(KavriReplyStartOnline));
+  EXPECT_TRUE(KavriLib_CheckOnlineProgramActive());
+  for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
+  EXPECT_EQ(Area()[KAVRI_TRANS_AREA_CLEAR_SIZE], uint8_t(KAVRI_TRANS_AREA_CLEAR_SIZE * 7 + 3));
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_EQ(heard[0].name, std::string(64, 'n'));
+  EXPECT_EQ(heard[0].state, KavriProgramOnlineStarted);
+}
+
+TEST_F(OnlineCommand, StopOnlineClearsTheOutputsOnlyOnceThePcHasItsReply) {
+  const struct {
+    const char* name;
+    bool pcListens;
+  } cases[] = {{"reply written", true}, {"reply cannot be written", false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Renew();
+    OnlineModeActive = true;
+    FillArea();
+    std::vector<uint8_t> before(Area(), Area() + KAVRI_TRANS_AREA_SIZE);
+    if (!c.pcListens) ClosePcEnd();
+    xoIF2013Command_Base command{KavriCmdStopOnline};
+    bool accepted = false;
+    std::vector<uint8_t> reply = Run(kavri::HandleStopOnline, &command, sizeof command, &accepted);
+    EXPECT_EQ(accepted, c.pcListens);
+    EXPECT_FALSE(KavriLib_CheckOnlineProgramActive());
+    ASSERT_EQ(heard.size(), 1u);
+    EXPECT_EQ(heard[0].name, "(null)");
+    EXPECT_EQ(heard[0].state, KavriProgramOnlineStopped);
+    if (c.pcListens) {
+      EXPECT_EQ(reply, ReplyCode(KavriReplyStopOnline));
+      for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
+    } else {
+      EXPECT_EQ(0, memcmp(Area(), before.data(), KAVRI_TRANS_AREA_SIZE));
+    }
+  }
+}
+
+// Whole commands as a PC sends them, each in one write.
+std::vector<std::vector<uint8_t>> EveryOnlineCommand() {
+  auto bytes = [](const auto& packet) {
+    const auto* start = reinterpret_cast<const uint8_t*>(&packet);
+    return std::vector<uint8_t>(start, start + sizeof packet);
+  };
+  return {
+      bytes(xoIF2013Command_StartOnline{KavriCmdStartOnline, "robot"}),
+      bytes(xoIF2013Command_UpdateConfig{KavriCmdUpdateConfig, 3}),
+      bytes(xoIF2013Command_IoExchange{KavriCmdIoExchange, {512}}),
+      bytes(xoIF2013Command_Base{KavriCmdStopOnline}),
+      bytes(xoIF2013Command_StartCameraOnline{KavriCmdStartCameraOnline, 64, 48, 30, 50}),
+      bytes(xoIF2013Command_Base{KavriCmdStopCameraOnline}),
+  };
+}
+
+bool StatusAnswered(int port) {
+  TestClient client(port);
+  client.SendWord(KavriCmdQueryStatus);
+  return client.Receive(sizeof(xoIF2013Reply_QueryStatus)).size() == sizeof(xoIF2013Reply_QueryStatus);
+}
+
+TEST(OnlineLink, PcLeavingPartWayThroughAnyCommandLeavesTheServerServing) {
+  ControllerProcess controller;
+  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+  for (const std::vector<uint8_t>& command : EveryOnlineCommand()) {
+    uint32_t code;
+    memcpy(&code, command.data(), sizeof code);
+    for (size_t sent = 0; sent < command.size(); ++sent) {
+      SCOPED_TRACE(::testing::Message() << "command 0x" << std::hex << code << std::dec << " cut after " << sent);
+      {
+        TestClient client(controller.port());
+        client.Send(command.data(), sent);
+      }
+      ASSERT_TRUE(StatusAnswered(controller.port())) << controller.Stderr();
+    }
+  }
+}
+
+// Runs in the controller: reports what the host hears and, once online mode
+// has been left by the connection's end, whether the outputs were cleared.
+void WatchOnlineModeEnd() {
+  static std::atomic<bool> stopped{false};
+  KavriLib_SetProgramInfoCallback([](KavriLib_ProgramInfo* info) {
+    printf("host heard state %d name %s\n", info->state, info->name ? info->name : "null");
+    if (info->state == KavriProgramOnlineStopped) stopped = true;
+  });
+  std::thread([] {
+    auto* outputs = reinterpret_cast<uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX)) + 332;
+    WaitFor([&] { return stopped.load() && Le16(outputs) == 0; });
+    printf("outputs cleared %d, online mode kept %d\n", Le16(outputs) == 0, KavriLib_CheckOnlineProgramActive());
+  }).detach();
+}
+
+TEST(OnlineLink, ConnectionClosedInOnlineModeStopsOutputsButKeepsTheMode) {
+  ControllerProcess controller({.afterInit = WatchOnlineModeEnd});
+  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+  {
+    TestClient client(controller.port());
+    std::vector<std::vector<uint8_t>> commands = EveryOnlineCommand();
+    for (int which : {0, 2}) {
+      client.Send(commands[which].data(), commands[which].size());
+      ASSERT_EQ(client.Receive(which == 0 ? 4 : 80).size(), which == 0 ? 4u : 80u) << controller.Stderr();
+    }
+  }
+  EXPECT_TRUE(controller.WaitForStdout("host heard state 0 name robot\n")) << controller.Stdout();
+  EXPECT_TRUE(controller.WaitForStdout("host heard state 1 name null\n")) << controller.Stdout();
+  EXPECT_TRUE(controller.WaitForStdout("outputs cleared 1, online mode kept 1\n")) << controller.Stdout();
+}
+
+}  // namespace
