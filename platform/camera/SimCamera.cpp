@@ -19,11 +19,8 @@ constexpr Yuv kFloor{190, 128, 128};
 constexpr Yuv kLine{25, 128, 128};
 constexpr Yuv kBall{110, 80, 200};  // orange-red
 
-// The line meanders from the bottom edge to the top, as a track seen from a
-// robot would.
 bool OnLine(int x, int y, int width, int height) {
-  double centre = width * (0.5 + 0.15 * std::sin(kPi * y / height));
-  return std::abs(x - centre) < width / 40.0 + 1;
+  return std::abs(x - SimCameraLineCentre(y, width, height)) < SimCameraLineHalfWidth(width);
 }
 
 struct Ball {
@@ -62,6 +59,14 @@ std::vector<uint8_t> RenderSimScene(uint32_t frameNumber, int width, int height)
 }
 
 }  // namespace
+
+// The line meanders from the bottom edge to the top, as a track seen from a
+// robot would.
+double SimCameraLineCentre(int y, int width, int height) {
+  return width * (0.5 + 0.15 * std::sin(kPi * y / height));
+}
+
+double SimCameraLineHalfWidth(int width) { return width / 40.0 + 1; }
 
 std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height) {
   std::vector<uint8_t> yuyv = RenderSimScene(frameNumber, width, height);

@@ -7,69 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "CameraLineList.h"
 #include "CameraScanLine.h"
 #include "kavri/Camera.h"
 #include "kavri/KavriLib.h"
 
 namespace {
-
-constexpr int kSlots = 5;
-
-struct Line {
-  int32_t position, width, strength;  // samples, samples, 1/256
-};
-
-// The lines found so far, strongest first; equal strengths keep the earlier
-// line in front.
-class LineList {
- public:
-  explicit LineList(int limit) : limit_(limit) {}
-
-  int Size() const { return size_; }
-  Line& operator[](int i) { return lines_[i]; }
-
-  void Merge(const Line& candidate) {
-    const int32_t c = candidate.position, w = candidate.width;
-    for (int i = 0; i < size_; ++i) {
-      const Line& line = lines_[i];
-      // A much wider candidate around a found line is not a new line.
-      if (w > 2 * line.width && c - w / 2 < line.position - line.width / 2 &&
-          c + w / 2 > line.position + line.width / 2)
-        return;
-      if (std::abs(line.position - c) > (w + line.width) / 2) continue;
-      if (candidate.strength <= line.strength) return;
-      lines_[i] = candidate;
-      MoveForward(i);
-      return;
-    }
-    if (size_ < limit_) {
-      lines_[size_++] = candidate;
-    } else if (size_ > 0 && candidate.strength > lines_[size_ - 1].strength) {
-      lines_[size_ - 1] = candidate;
-    } else {
-      return;
-    }
-    MoveForward(size_ - 1);
-  }
-
-  void Remove(int i) {
-    std::copy(lines_ + i + 1, lines_ + size_, lines_ + i);
-    --size_;
-  }
-
-  void SortByPosition() {
-    std::stable_sort(lines_, lines_ + size_, [](const Line& a, const Line& b) { return a.position < b.position; });
-  }
-
- private:
-  void MoveForward(int i) {
-    for (; i > 0 && lines_[i - 1].strength < lines_[i].strength; --i) std::swap(lines_[i - 1], lines_[i]);
-  }
-
-  Line lines_[kSlots];
-  int size_ = 0;
-  int limit_;
-};
 
 // How far the middle of a line stands above its two flanks. When one flank
 // is much weaker the weaker decides, so a line must stand out on both sides.
@@ -142,9 +85,9 @@ void CameraAnalysisMaxOnLine2::Init() {
     fprintf(stderr, "ERROR camera line record with range min equal to range max\n");
     return;
   }
-  if (lineCountMax < 0 || lineCountMax > kSlots)
+  if (lineCountMax < 0 || lineCountMax > kCameraLineSlots)
     fprintf(stderr, "ERROR camera line record asks for %d lines, %d taken\n", lineCountMax,
-            std::clamp(lineCountMax, 0, kSlots));
+            std::clamp(lineCountMax, 0, kCameraLineSlots));
 
   // Output units to samples, rounded to the nearest, in unsigned arithmetic.
   const uint32_t n = uint32_t(sampleCount), half = uint32_t(range >> 1);
@@ -189,12 +132,12 @@ namespace {
 class LineSearch {
  public:
   LineSearch(CameraAnalysisMaxOnLine2& record, const SumBuffers& buffers)
-      : record_(record), buffers_(buffers), n_(record.sampleCount), lines_(std::clamp(record.lineCountMax, 0, kSlots)) {}
+      : record_(record), buffers_(buffers), n_(record.sampleCount), lines_(record.lineCountMax) {}
 
   // Every width from the minimum to the maximum in steps of an eighth,
   // rounded to even, at centres an eighth of the width apart.
   void Search() {
-    if (std::clamp(record_.lineCountMax, 0, kSlots) == 0) return;  // nothing could be kept
+    if (record_.lineCountMax <= 0) return;  // nothing could be kept
     const int32_t threshold = record_.threshold;
     int32_t previous = 0;
     for (int64_t s = int64_t(record_.widthMin) * 256; s <= int64_t(record_.widthMax) * 256; s += s >> 3) {
@@ -215,10 +158,10 @@ class LineSearch {
   template <typename WidthsOf, typename Measure>
   void Refine(WidthsOf widths, Measure measure, bool sixteenBit) {
     for (int i = 0; i < lines_.Size();) {
-      const Line found = lines_[i];
+      const CameraLine found = lines_[i];
       auto [lowest, highest, step] = widths(found.width);
       if (highest > n_ / 2) highest = HalfRoundedToEven(n_);
-      Line best{found.position, found.width, 0};
+      CameraLine best{found.position, found.width, 0};
       for (int32_t tw = lowest; tw <= highest; tw += step) {
         const int32_t reach = (tw + 7) >> 3, minimum = CameraMul32(record_.threshold, tw);
         const int32_t last = std::min(n_ - tw, found.position + reach);
@@ -265,7 +208,7 @@ class LineSearch {
     if (count == 0 && debug) fprintf(DebugFile, "MOL%d-%d NO LINE FOUND\n", frameCount, index);
     const int32_t range = CameraSub32(record_.rangeMax, record_.rangeMin);
     for (int i = 0; i < count; ++i) {
-      const Line& line = lines_[i];
+      const CameraLine& line = lines_[i];
       int32_t averages[4] = {};  // grey, red, green, blue
       for (int b = 0; b < buffers_.count; ++b) averages[b] = Average(buffers_.sums[b], line);
       const int32_t position =
@@ -293,7 +236,7 @@ class LineSearch {
 
   // Clears the slots from first on, never past the five the record has.
   static void ClearSlots(CameraAnalysisMaxOnLine2& record, int first, bool colour) {
-    for (int i = first; i < std::min(record.lineCountMax, kSlots); ++i) {
+    for (int i = first; i < std::min(record.lineCountMax, kCameraLineSlots); ++i) {
       for (int16_t* const* slots : {record.positionResults, record.strengthResults, record.widthResults,
                                     record.brightnessResults})
         CameraStoreResult(slots[i], 0);
@@ -309,7 +252,7 @@ class LineSearch {
   };
 
   // Mean over the line, in the buffer's own sign.
-  int32_t Average(const int32_t* sums, const Line& line) const {
+  int32_t Average(const int32_t* sums, const CameraLine& line) const {
     const int32_t h = line.width / 2, mean = (sums[line.position + h] - sums[line.position - h]) / line.width;
     return record_.bright ? mean : -mean;
   }
@@ -317,7 +260,7 @@ class LineSearch {
   CameraAnalysisMaxOnLine2& record_;
   const SumBuffers& buffers_;
   const int32_t n_;
-  LineList lines_;
+  CameraLineList lines_;
 };
 
 }  // namespace
