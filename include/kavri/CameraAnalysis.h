@@ -141,4 +141,7 @@ void CameraRunAnalysis(CameraAnalysisBase* chain, const unsigned char* frame, co
 
 #include "kavri/CameraAnalysisLine.h"  // the line finders' records
 
+#include "kavri/CameraAnalysisBall.h"   // the ball finders' records
+#include "kavri/CameraAnalysisColor.h"  // colour field and change detection
+
 #endif

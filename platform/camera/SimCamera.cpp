@@ -68,6 +68,11 @@ double SimCameraLineCentre(int y, int width, int height) {
 
 double SimCameraLineHalfWidth(int width) { return width / 40.0 + 1; }
 
+SimCameraBall SimCameraBallAt(uint32_t frameNumber, int width, int height) {
+  Ball ball = BallAt(frameNumber, width, height);
+  return {ball.x, ball.y, ball.radius};
+}
+
 std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height) {
   std::vector<uint8_t> yuyv = RenderSimScene(frameNumber, width, height);
   if (yuyv.empty()) return {};

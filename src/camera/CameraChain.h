@@ -29,6 +29,18 @@ void CameraDispatch(CameraAnalysisBase& record, Operation operation) {
     case CameraAnalysisTypeMaxOnLine2:
       operation(reinterpret_cast<CameraAnalysisMaxOnLine2&>(record));
       break;
+    case CameraAnalysisTypeColorField:
+      operation(reinterpret_cast<CameraAnalysisColorField&>(record));
+      break;
+    case CameraAnalysisTypeChangeDetect:
+      operation(reinterpret_cast<CameraAnalysisChangeDetect&>(record));
+      break;
+    case CameraAnalysisTypeBallSingleBlock:
+      operation(reinterpret_cast<CameraAnalysisBallSingleBlock&>(record));
+      break;
+    case CameraAnalysisTypeBallMultiBlock:
+      operation(reinterpret_cast<CameraAnalysisBallMultiBlock&>(record));
+      break;
     default:
       break;
   }

@@ -14,13 +14,15 @@ struct CameraRgb {
 
 inline int32_t CameraClampByte(int32_t value) { return value < 0 ? 0 : value > 255 ? 255 : value; }
 
-// u and v are the blue and red chroma bytes as stored in the frame (0..255).
-inline CameraRgb CameraYuvToRgb(int32_t y, int32_t u, int32_t v) {
-  u -= 128;
-  v -= 128;
+// u and v are chroma with 128 already taken off (averages may be centred
+// before they are converted).
+inline CameraRgb CameraYuvToRgbCentred(int32_t y, int32_t u, int32_t v) {
   return {CameraClampByte(y + ((74700 * v) >> 16)), CameraClampByte(y + ((-38050 * v - 25864 * u) >> 16)),
           CameraClampByte(y + ((133176 * u) >> 16))};
 }
+
+// u and v are the blue and red chroma bytes as stored in the frame (0..255).
+inline CameraRgb CameraYuvToRgb(int32_t y, int32_t u, int32_t v) { return CameraYuvToRgbCentred(y, u - 128, v - 128); }
 
 inline int32_t CameraGrey(int32_t red, int32_t green, int32_t blue) {
   return (19595 * red + 38470 * green + 7471 * blue) >> 16;

@@ -15,6 +15,13 @@ void SimCamera_Install(void);
 namespace camera_devices {
 // The scene at one frame number as the camera sends it (4:2:2 Motion-JPEG).
 std::vector<uint8_t> SimCameraFrame(uint32_t frameNumber, int width, int height);
+
+// Where the scene draws the ball at a frame number: centre and radius in
+// pixels, so that tests can hold an analysis' findings against it.
+struct SimCameraBall {
+  double x, y, radius;
+};
+SimCameraBall SimCameraBallAt(uint32_t frameNumber, int width, int height);
 // Where the dark line lies: the x of its middle on row y, and half its width
 // (pixels closer to the middle than that are line, unless the ball covers
 // them).

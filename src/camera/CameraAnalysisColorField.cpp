@@ -1,0 +1,73 @@
+// The colour field: average colour and brightness of a rectangle, in percent.
+#include <cstdio>
+
+#include "CameraColor.h"
+#include "CameraRegion.h"
+#include "kavri/CameraAnalysisColor.h"
+#include "kavri/KavriLib.h"
+
+namespace {
+
+constexpr int kDebugAnalyses = 2;
+
+// 0..255 to 0..99: 255 must not reach 100.
+int32_t Percent(int32_t value) { return (value * 100) >> 8; }
+
+// Whole pixel pairs of the frame only. Init has aligned x already; a program
+// that changes it later must not shift the pair walk past the row's end.
+CameraRect PairAlignedInside(const CameraAnalysisColorField& field) {
+  return CameraClipRect(CameraFloorEven(field.x), field.y, field.w, field.h, int32_t(CameraFloorEven(field.base.width)),
+                        field.base.height);
+}
+
+}  // namespace
+
+void CameraAnalysisColorField::Init() {
+  int64_t left = CameraFloorEven(x);
+  int64_t right = CameraFloorEven(int64_t(x) + w);
+  x = CameraSaturate(left);
+  w = CameraSaturate(right - left);
+  CameraRect inside = PairAlignedInside(*this);
+  if (inside.Empty())
+    fprintf(stderr,
+            "ERROR colour field %d,%d %dx%d has no pixels in the frame: its "
+            "results are not written\n",
+            x, y, w, h);
+  else if (!CameraRectCovers(inside, x, y, w, h))
+    fprintf(stderr,
+            "ERROR colour field %d,%d %dx%d reaches outside the frame: only "
+            "the part inside is measured\n",
+            x, y, w, h);
+}
+
+void CameraAnalysisColorField::Uninit() {}
+
+void CameraAnalysisColorField::Analyze(int index, const unsigned char* frame, const unsigned char*,
+                                       const unsigned char*, int) {
+  CameraRect inside = PairAlignedInside(*this);
+  if (inside.Empty()) return;  // nothing to average: the results keep their values
+  // 64-bit sums: a large frame would overflow 32 bits.
+  int64_t sumY = 0, sumU = 0, sumV = 0;
+  // A width made odd after Init still walks whole pairs; the right edge is
+  // even, so the extra pixel lies inside the frame.
+  int32_t pairs = (inside.Width() - 1) / 2 + 1;
+  for (int32_t row = inside.top; row < inside.bottom; ++row) {
+    const unsigned char* pair = frame + (int64_t(row) * base.width + inside.left) * 2;
+    for (int32_t i = 0; i < pairs; ++i, pair += 4) {
+      sumY += pair[0] + pair[2];
+      sumU += 2 * pair[1];
+      sumV += 2 * pair[3];
+    }
+  }
+  int64_t n = int64_t(inside.Width()) * inside.Height();
+  int32_t meanY = int32_t(sumY / n), meanU = int32_t(sumU / n) - 128, meanV = int32_t(sumV / n) - 128;
+  CameraRgb rgb = CameraYuvToRgbCentred(meanY, meanU, meanV);
+  int32_t red = Percent(rgb.red), green = Percent(rgb.green), blue = Percent(rgb.blue);
+  int32_t grey = (red + green + blue) / 3;
+  CameraStoreResult(brightnessVar, grey);
+  CameraStoreResult(redVar, red);
+  CameraStoreResult(greenVar, green);
+  CameraStoreResult(blueVar, blue);
+  if (DebugFlags & kDebugAnalyses)
+    fprintf(DebugFile, "CF%d bw=%d rgb=%d/%d/%d yuv=%d/%d/%d\n", index, grey, red, green, blue, meanY, meanU, meanV);
+}

@@ -1,0 +1,172 @@
+#include "CameraBall.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "CameraRegion.h"
+
+namespace {
+
+// Sized to keep the tables behind it 8-byte aligned.
+struct alignas(8) StorageHeader {
+  CameraBallBlock block;
+};
+
+unsigned char* StorageOf(const CameraBallMoments* tables) {
+  return const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(tables)) - sizeof(StorageHeader);
+}
+
+int32_t ClampTo(int64_t value, int32_t high) { return int32_t(std::clamp<int64_t>(value, 0, high)); }
+
+// Each pixel pairs its own chroma sample with the mean of the two
+// neighbouring samples of the other kind; a row's end pixels have only their
+// own pair's. Stored as a byte: a sum of 256 wraps to 0.
+void MapRow(const unsigned char* pairs, int32_t pairCount, uint8_t* out) {
+  auto u = [pairs](int32_t k) { return int32_t(pairs[4 * k + 1]) - 128; };
+  auto v = [pairs](int32_t k) { return int32_t(pairs[4 * k + 3]) - 128; };
+  for (int32_t k = 0; k < pairCount; ++k) {
+    int32_t uk = u(k), vk = v(k);
+    int32_t even = k == 0 ? abs(uk) + abs(vk) : abs(uk) + (abs(v(k - 1) + vk) >> 1);
+    int32_t odd = k == pairCount - 1 ? abs(uk) + abs(vk) : abs(vk) + (abs(uk + u(k + 1)) >> 1);
+    out[2 * k] = uint8_t(even);
+    out[2 * k + 1] = uint8_t(odd);
+  }
+}
+
+void BuildMap(const unsigned char* frame, const CameraBallBlock& block, uint8_t* map) {
+  for (int32_t row = 0; row < block.height; ++row) {
+    const unsigned char* pairs = frame + (int64_t(block.y + row) * block.frameWidth + block.x) * 2;
+    MapRow(pairs, block.width / 2, map + int64_t(row) * block.width);
+  }
+}
+
+// Clamped again here: the program may have changed them since Init.
+void BlankExclusions(uint8_t* map, const CameraBallBlock& block, const CameraBallExclusion* exclusions, int32_t count) {
+  for (int32_t i = 0; i < CameraBallExclusionsInUse(count); ++i) {
+    const CameraBallExclusion& e = exclusions[i];
+    int32_t left = ClampTo(e.left, block.width), right = ClampTo(e.right, block.width);
+    int32_t top = ClampTo(e.top, block.height), bottom = ClampTo(e.bottom, block.height);
+    if (right <= left) continue;
+    for (int32_t row = top; row < bottom; ++row) memset(map + int64_t(row) * block.width + left, 0, right - left);
+  }
+}
+
+// Sums wrap at 32 bits, as the tables' entries do.
+void AddPixel(CameraBallMoments& table, uint32_t level, uint32_t x, uint32_t y) {
+  table.count[level] += 1;
+  table.sumX[level] += x;
+  table.sumY[level] += y;
+  table.sumXX[level] += x * x;
+  table.sumXY[level] += x * y;
+  table.sumYY[level] += y * y;
+}
+
+void SumFromTop(uint32_t (&row)[256]) {
+  for (int c = 254; c >= 0; --c) row[c] += row[c + 1];
+}
+
+void AccumulateCells(const uint8_t* map, const CameraBallBlock& block, CameraBallMoments* tables) {
+  memset(static_cast<void*>(tables), 0, sizeof(CameraBallMoments) * size_t(block.Cells()));
+  for (int32_t y = 0; y < block.height; ++y) {
+    const uint8_t* row = map + int64_t(y) * block.width;
+    CameraBallMoments* cellRow = tables + int64_t(y / block.cellSize) * block.cellsAcross;
+    for (int32_t cell = 0; cell < block.cellsAcross; ++cell) {
+      int32_t left = cell * block.cellSize;
+      int32_t right = std::min(left + block.cellSize, block.width);
+      for (int32_t x = left; x < right; ++x) AddPixel(cellRow[cell], row[x], uint32_t(x), uint32_t(y));
+    }
+  }
+  for (int32_t cell = 0; cell < block.Cells(); ++cell) {
+    CameraBallMoments& table = tables[cell];
+    for (auto* row : {&table.count, &table.sumX, &table.sumY, &table.sumXX, &table.sumXY, &table.sumYY})
+      SumFromTop(*row);
+  }
+}
+
+}  // namespace
+
+CameraBallBlock CameraBallPlaceBlock(const CameraAnalysisBase& base, int32_t& x, int32_t& y, int32_t& width,
+                                     int32_t& height) {
+  int64_t left = CameraFloorEven(x), right = CameraFloorEven(int64_t(x) + width);
+  CameraRect inside = CameraClipRect(left, y, right - left, height, int32_t(CameraFloorEven(base.width)), base.height);
+  if (inside.Empty())
+    fprintf(stderr,
+            "ERROR ball search block %d,%d %dx%d has no pixels in the frame: "
+            "no ball is reported\n",
+            x, y, width, height);
+  else if (!CameraRectCovers(inside, left, y, right - left, height))
+    fprintf(stderr,
+            "ERROR ball search block %d,%d %dx%d reaches outside the frame: "
+            "only the part inside is searched\n",
+            x, y, width, height);
+  x = inside.left;
+  y = inside.top;
+  width = inside.Width();
+  height = inside.Height();
+  return {base.width, x, y, width, height, 0, 0, 0};
+}
+
+int32_t CameraBallExclusionsInUse(int32_t count) { return count >= 0 && count <= kCameraBallMaxExclusions ? count : 0; }
+
+void CameraBallConvertExclusions(CameraBallExclusion* exclusions, int32_t count, const CameraBallBlock& block) {
+  if (count != CameraBallExclusionsInUse(count))
+    fprintf(stderr,
+            "ERROR ball search exclusion count %d is not 0..%d: no exclusion "
+            "is used\n",
+            count, kCameraBallMaxExclusions);
+  for (int32_t i = 0; i < CameraBallExclusionsInUse(count); ++i) {
+    CameraBallExclusion& e = exclusions[i];
+    e.left = ClampTo(int64_t(e.left) - block.x, block.width);
+    e.right = ClampTo(int64_t(e.right) - block.x, block.width);
+    e.top = ClampTo(int64_t(e.top) - block.y, block.height);
+    e.bottom = ClampTo(int64_t(e.bottom) - block.y, block.height);
+    if (e.right < e.left) e.right = e.left;
+    if (e.bottom < e.top) e.bottom = e.top;
+  }
+}
+
+CameraBallMoments* CameraBallAllocate(const CameraBallBlock& block, uint8_t** map) {
+  *map = nullptr;
+  if (block.Empty() || block.Cells() <= 0) return nullptr;
+  size_t tableBytes = sizeof(CameraBallMoments) * size_t(block.Cells());
+  size_t mapBytes = size_t(block.width) * size_t(block.height);
+  unsigned char* storage = new (std::nothrow) unsigned char[sizeof(StorageHeader) + tableBytes + mapBytes];
+  if (!storage) {
+    fprintf(stderr, "ERROR ball search: no memory for a %dx%d block\n", block.width, block.height);
+    return nullptr;
+  }
+  new (storage) StorageHeader{block};
+  auto* tables = reinterpret_cast<CameraBallMoments*>(storage + sizeof(StorageHeader));
+  *map = reinterpret_cast<uint8_t*>(tables + block.Cells());
+  return tables;
+}
+
+const CameraBallBlock& CameraBallBlockOf(const CameraBallMoments* tables) {
+  return reinterpret_cast<const StorageHeader*>(StorageOf(tables))->block;
+}
+
+void CameraBallFree(CameraBallMoments* tables) {
+  if (tables) delete[] StorageOf(tables);
+}
+
+void CameraBallMeasure(const unsigned char* frame, CameraBallMoments* tables, const CameraBallExclusion* exclusions,
+                       int32_t exclusionCount) {
+  const CameraBallBlock& block = CameraBallBlockOf(tables);
+  uint8_t* map = reinterpret_cast<uint8_t*>(tables + block.Cells());
+  BuildMap(frame, block, map);
+  BlankExclusions(map, block, exclusions, exclusionCount);
+  AccumulateCells(map, block, tables);
+}
+
+CameraBlob CameraBlobOf(uint32_t count, uint32_t sumX, uint32_t sumY, uint32_t sumXX, uint32_t sumYY) {
+  float f = 1.0f / float(count);
+  float meanX = float(sumX) * f, meanY = float(sumY) * f;
+  return {meanX, meanY, float(sumXX) * f - meanX * meanX, float(sumYY) * f - meanY * meanY};
+}
+
+int32_t CameraBallQualityResult(float quality) {
+  return CameraFloorToInt(std::min(std::sqrt(std::sqrt(double(quality))), 10000.0));
+}
