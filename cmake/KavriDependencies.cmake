@@ -34,3 +34,20 @@ if(BUILD_TESTING OR NOT DEFINED BUILD_TESTING)
 endif()
 
 find_package(benchmark QUIET)
+
+# CLI11 and nlohmann-json are header-only Debian packages. The cross compiler
+# does not search /usr/include (that would mix in the host's C library), so
+# both targets see just these two folders through links in the build tree.
+set(KAVRI_HEADER_ONLY_DIR ${CMAKE_BINARY_DIR}/header-only)
+foreach(folder CLI nlohmann)
+  if(NOT EXISTS /usr/include/${folder})
+    message(FATAL_ERROR "/usr/include/${folder} is missing: run scripts/setup.sh")
+  endif()
+  file(MAKE_DIRECTORY ${KAVRI_HEADER_ONLY_DIR})
+  file(CREATE_LINK /usr/include/${folder} ${KAVRI_HEADER_ONLY_DIR}/${folder} SYMBOLIC)
+endforeach()
+
+# What our command-line tools share: the two libraries and apps/common.
+add_library(kavri_app_common INTERFACE)
+target_include_directories(kavri_app_common SYSTEM INTERFACE ${KAVRI_HEADER_ONLY_DIR})
+target_include_directories(kavri_app_common INTERFACE ${PROJECT_SOURCE_DIR}/apps/common)

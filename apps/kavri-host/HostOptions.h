@@ -19,6 +19,6 @@ struct HostOptions {
 
 // Parses argv; on --help prints the usage and returns nullopt with `exitCode`
 // 0, on a bad option prints why and returns nullopt with `exitCode` 2.
-std::optional<HostOptions> ParseHostOptions(int argc, char** argv, int& exitCode);
+std::optional<HostOptions> ParseHostOptions(int argc, const char* const* argv, int& exitCode);
 
 #endif
