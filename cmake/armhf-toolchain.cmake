@@ -30,4 +30,6 @@ list(JOIN KAVRI_SYSROOT_LIBDIRS ":" _kavri_libpath)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_kavri_libpath}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${_kavri_libpath}")
 set(CMAKE_BUILD_RPATH ${KAVRI_SYSROOT_LIBDIRS})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${KAVRI_TRIPLET})
+# Libraries such as SDL2's sound libraries carry their own DT_RUNPATH to
+# the system folders; only the loader's search path reaches them in the sysroot.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${KAVRI_TRIPLET} -E LD_LIBRARY_PATH=${_kavri_libpath})

@@ -9,4 +9,8 @@ bash scripts/setup.sh
 cmake --preset armhf > /dev/null
 cmake --build --preset armhf --target kavri-host kavri-pc
 echo "Starting the simulated controller; stop it with Ctrl-C."
-exec qemu-arm -L /usr/arm-linux-gnueabihf build/armhf/apps/kavri-host/kavri-host "$@"
+# SDL2's own libraries in the sysroot carry search paths of their own; only
+# the loader's path reaches them there.
+lib="$root/.deps/armhf-sysroot/usr/lib/arm-linux-gnueabihf"
+exec qemu-arm -L /usr/arm-linux-gnueabihf -E LD_LIBRARY_PATH="$lib:$lib/pulseaudio:$root/.deps/armhf-sysroot/lib/arm-linux-gnueabihf" \
+  build/armhf/apps/kavri-host/kavri-host "$@"
