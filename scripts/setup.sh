@@ -20,7 +20,7 @@ host_packages=(
 # Run-time libraries for the armhf build; their dependency closure is added.
 armhf_runtime=(libjpeg62-turbo libsdl2-2.0-0 libsdl2-ttf-2.0-0 libbenchmark1debian)
 # Development files only for what we link against directly.
-armhf_dev=(libjpeg62-turbo-dev libsdl2-dev libsdl2-ttf-dev libbenchmark-dev)
+armhf_dev=(libjpeg62-turbo-dev libsdl2-dev libsdl2-ttf-dev libbenchmark-dev zlib1g-dev)
 # Provided by the cross tool chain itself.
 armhf_skip='^(libc6|libgcc-s1|libstdc\+\+6|gcc-12-base|libcrypt1|debconf|perl-base|dpkg|tar|install-info)$'
 

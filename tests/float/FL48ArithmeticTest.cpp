@@ -136,7 +136,9 @@ TEST(FL48Arithmetic, AddExpScalesAndSaturates) {
   FL48 x = Make(0xE001, 0x80000000);
   FL48_AddExp(&x, 5);
   EXPECT_TRUE(SameWords(x, Make(0xE006, 0x80000000)));
-  FL48_AddExp(&x, FL48_EXP_MAX);
+  FL48_AddExp(&x, FL48_EXP_MAX - 6);
+  EXPECT_TRUE(SameWords(x, Make(0xE000 | FL48_EXP_MAX, 0x80000000))) << "the top field itself is a number";
+  FL48_AddExp(&x, 1);
   EXPECT_EQ(x.expWord, FL48_CODE_OVERFLOW);
   FL48 y = Make(0x2001, 0x80000000);
   FL48_AddExp(&y, INT32_MIN);
@@ -172,6 +174,7 @@ TEST(FL48Comparisons, DecideOnTheDifference) {
       {"2 vs 1", two, one, 0, 0, 1, 1, 0, 1},
       {"-2 vs 1", minusTwo, one, 1, 1, 0, 0, 0, 1},
       {"2 vs 2", two, two, 0, 1, 0, 1, 1, 0},
+      {"-2 vs -2", minusTwo, minusTwo, 0, 1, 0, 1, 1, 0},
       {"0 vs 0", zero, zero, 0, 1, 0, 1, 1, 0},
       {"0 vs 1 (difference is -1)", zero, one, 1, 1, 0, 0, 0, 1},
       {"1 vs 0", one, zero, 0, 0, 1, 1, 0, 1},

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "DisplayPixels.h"
 #include "kavri/MotorIOLib.h"
 #include "kavri/TextGrph.h"
 #include "motoriolib/MotorIOLibSim.h"
@@ -24,7 +25,7 @@ class TextGraphics : public ::testing::Test {
 
   bool TakeFrame() { return MotorIOLibSim_TakeDisplayFrame(frame) == 1; }
 
-  bool Pixel(int x, int y) const { return buffer[y * 16 + x / 8] & (0x80 >> (x % 8)); }
+  bool Pixel(int x, int y) const { return DisplayPixel(buffer, x, y); }
 
   int CountSet() const {
     int count = 0;

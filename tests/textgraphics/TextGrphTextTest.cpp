@@ -312,16 +312,4 @@ TEST_F(Cursor, DisplayingTheCursorKeepsThePutCharBounds) {
   EXPECT_TRUE(CellInverted(1, 56));
 }
 
-TEST(ByteFont, CoversTheCharacterSetWithDistinctGlyphs) {
-  EXPECT_EQ(FontByte8x8L.Height, 8);
-  EXPECT_EQ(FontByte8x8L.Data, FontByte8x8LData);
-  std::set<std::string> printable;
-  for (int c = 0x21; c < 0x7F; ++c) printable.insert(std::string(reinterpret_cast<const char*>(Glyph(c)), 8));
-  EXPECT_EQ(printable.size(), 0x7Fu - 0x21u) << "every visible ASCII character looks different";
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(Glyph(' ')), 8), std::string(8, '\0'));
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(Glyph(0x99)), 8), std::string(8, '\xFF')) << "full block";
-  const uint8_t letterL[8] = {0xF0, 0x60, 0x60, 0x60, 0x62, 0x66, 0xFE, 0x00};
-  EXPECT_EQ(memcmp(Glyph('L'), letterL, 8), 0);
-}
-
 }  // namespace

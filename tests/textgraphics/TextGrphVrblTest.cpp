@@ -33,7 +33,7 @@ class VariableFont : public TextGraphics {
     font.Spacing[c] = spacing;
   }
 
-  bool StripPixel(int col, int row) const { return strip[row * kStripStride + col / 8] & (0x80 >> (col % 8)); }
+  bool StripPixel(int col, int row) const { return BitmapPixel(strip, kStripStride, col, row); }
 
   // The pixels the glyph should light when drawn at (x, y), clipped to the buffer.
   int ExpectedGlyphPixels(uint8_t c, int x, int y, std::set<std::pair<int, int>>& lit) const {
