@@ -22,6 +22,7 @@ std::optional<HostOptions> ParseHostOptions(int argc, const char* const* argv, i
                  "'sim' for the simulated scene camera, or a Video4Linux2 device such as /dev/video0");
   app.add_option("--display-image", options.displayImage,
                  "write the 128x64 display to this file (.png, else PBM) each time a program updates it");
+  app.add_option("--screen-image", options.screenImage, "write the 240x320 touch screen to this PNG whenever it changes");
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

@@ -15,6 +15,7 @@ struct HostOptions {
   std::string sysVersionFile; // empty: the library's default
   std::string camera = "sim";  // "sim" or a Video4Linux2 device node
   std::string displayImage;    // empty: no display snapshots
+  std::string screenImage;     // empty: no touch-screen snapshots
 };
 
 // Parses argv; on --help prints the usage and returns nullopt with `exitCode`

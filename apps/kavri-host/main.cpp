@@ -10,6 +10,7 @@
 
 #include "DisplayWatcher.h"
 #include "HostOptions.h"
+#include "TouchScreen.h"
 #include "camera_devices/SimCamera.h"
 #include "kavri/CameraDevice.h"
 #include "kavri/KavriLib.h"
@@ -63,6 +64,7 @@ bool ConfigureLibrary(const HostOptions& options) {
     CameraUseDevice(options.camera.c_str());
   KavriLib_SetProgramLibraryPath(options.programs.c_str());
   KavriLib_SetProgramInfoCallback(PrintProgramInfo);
+  ChooseDisplayFont();
   return true;
 }
 
@@ -84,6 +86,7 @@ int main(int argc, char** argv) {
 
   if (!ConfigureLibrary(*options)) return 1;
   if (!options->displayImage.empty()) StartDisplayWatcher(options->displayImage);
+  if (!options->screenImage.empty()) StartScreenWatcher(options->screenImage);
   if (!KavriLib_Init()) return 1;
   printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s, camera %s\n", options->port,
          options->cameraPort, options->programs.c_str(), options->camera.c_str());
