@@ -40,9 +40,10 @@ class DisplayPictureTest : public DisplayTest {
 };
 
 // Glyph edges are blended, and FreeType builds that hint differently move
-// them by a pixel: such pixels may differ by any amount. Up to 1.5 % of the
-// screen (1152 pixels) is about a third of the pixels the page's texts
-// cover; a widget drawn in a wrong place or colour changes far more.
+// them by a pixel, so a pixel counts as different only beyond 16 in a
+// channel, and up to 1.5 % of the screen (1152 pixels, about a third of what
+// the page's texts cover) may differ. A widget drawn in a wrong place or
+// colour changes far more.
 TEST_F(DisplayPictureTest, PageWithEveryWidgetMatchesTheStoredPicture) {
   BuildEveryWidget();
   const std::vector<uint32_t> pixels = ScreenPixels();
