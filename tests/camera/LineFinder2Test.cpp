@@ -1,10 +1,11 @@
 // The multi-width line finder on synthetic frames. With the output range
-// 0..N every result is in samples, and a stripe over pixels a .. a+w-1 of a
-// scan line from x = 0 is centred on sample a + w/2 (sample j lies at x =
-// j - 1). A line of darkness d over an exactly fitting width w responds d x w,
-// a strength of d x w x (65536 / w) >> 16.
+// 0..N results are in samples; a stripe over pixels a .. a+w-1 of a scan
+// line from x = 0 is centred on sample a + w/2 (sample j lies at x = j - 1).
+// A line of darkness d that a width w fits exactly responds d x w, strength
+// d x w x (65536 / w) >> 16, written x 100 >> 8.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 
 #include "CameraLineList.h"
@@ -19,311 +20,208 @@ struct Slots {
   }
 };
 
+using Tweak = std::function<void(CameraAnalysisMaxOnLine2&)>;
+
 // Dark lines on row 10 from x = 0 to 100, widths 4 to 20 samples, threshold
-// 20 % (51 per sample), refined, five slots.
-CameraAnalysisMaxOnLine2 Finder(Slots& slots, bool colour) {
+// 20 % (51 a sample), refined, five slots; then the tweak.
+CameraAnalysisMaxOnLine2 Finder(Slots& slots, const Tweak& tweak = {}) {
   CameraAnalysisMaxOnLine2 record{};
   record.base.type = CameraAnalysisTypeMaxOnLine2;
   record.startY = record.endY = 10;
-  record.endX = 100;
+  record.endX = record.rangeMax = 100;
   record.widthMin = 4;
   record.widthMax = 20;
   record.threshold = 20;
   record.lineCountMax = 5;
-  record.color = colour;
   record.refine = 1;
-  record.rangeMax = 100;
   for (int i = 0; i < 5; ++i) {
-    record.positionResults[i] = &slots.position[i];
-    record.strengthResults[i] = &slots.strength[i];
-    record.widthResults[i] = &slots.width[i];
-    record.redResults[i] = &slots.red[i];
-    record.greenResults[i] = &slots.green[i];
+    record.positionResults[i] = &slots.position[i], record.strengthResults[i] = &slots.strength[i];
+    record.widthResults[i] = &slots.width[i], record.brightnessResults[i] = &slots.brightness[i];
+    record.redResults[i] = &slots.red[i], record.greenResults[i] = &slots.green[i];
     record.blueResults[i] = &slots.blue[i];
-    record.brightnessResults[i] = &slots.brightness[i];
   }
+  if (tweak) tweak(record);
   return record;
 }
 
 class LineFinder2 : public testing::Test {
  protected:
-  void SetUp() override {
-    DebugFlags = 0;
-    CameraFrameCount.store(7);
-  }
+  void SetUp() override { CameraFrameCount.store(7); }
 };
 
-TEST_F(LineFinder2, ADarkLineOnLumaReportsItsMeanLumaAndDebugLine) {
-  // Darkness 180 over 10 samples: strength 179, written 179 * 100 >> 8.
-  StripeFrame frame(128, 32, {220});
-  frame.Columns(40, 50, {40});
-  Slots slots;
-  CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-  std::string debug = CaptureDebugLines([&] { RunChainOnce(record, frame); });
-  EXPECT_EQ(record.lineCount, 1);
-  EXPECT_EQ(slots.position[0], 45);
-  EXPECT_EQ(slots.width[0], 10);
-  EXPECT_EQ(slots.strength[0], 69);
-  EXPECT_EQ(slots.brightness[0], 40 * 100 / 256);
-  EXPECT_EQ(debug, "MOL7-0-0 p=45 q=179 w=10 bw=40\n");
-  for (int i = 1; i < 5; ++i) {
-    EXPECT_EQ(slots.position[i] | slots.strength[i] | slots.width[i] | slots.brightness[i], 0) << "slot " << i;
-    EXPECT_EQ(slots.red[i], 99) << "luma leaves the colour slots alone";
-  }
+StripeFrame Striped(int width, int height, uint8_t floor, int x0, int x1, Yuv stripe) {
+  return StripeFrame(width, height, {floor}).Columns(x0, x1, stripe);
 }
 
-TEST_F(LineFinder2, ScanLinesInAnyDirectionAndPartlyOutside) {
+TEST_F(LineFinder2, ReportsTheFirstLineAsTheRulesSay) {
   struct Case {
     const char* name;
     StripeFrame frame;
-    int startX, startY, endX, endY, centre;
+    Tweak tweak;
+    int count, position, width, strength, brightness, red = 99, green = 99, blue = 99;
   };
-  StripeFrame wide(128, 32, {220}), tall(32, 128, {220}), square(128, 128, {220}), narrow(64, 32, {220});
+  const StripeFrame line = Striped(128, 32, 220, 40, 50, {40});  // darkness 180: strength 179
+  StripeFrame tall(32, 128, {220});
+  tall.Fill(0, 40, 32, 50, {40});
   const Case cases[] = {
-      {"horizontal", wide.Columns(40, 50, {40}), 0, 10, 100, 10, 45},
-      {"backwards", wide, 100, 10, 0, 10, 56},  // pixel 100 - i is sample i + 1
-      {"vertical", tall.Rows(40, 50, {40}), 10, 0, 10, 100, 45},
-      {"diagonal", square.Columns(40, 50, {40}), 0, 0, 100, 100, 45},
-      {"shallow", square, 0, 0, 100, 50, 45},
-      {"partly outside", narrow.Columns(20, 30, {40}), -20, 10, 80, 10, 45},
+      {"luma", line, {}, 1, 45, 10, 69, 40 * 100 >> 8},
+      {"backwards", line, [](auto& r) { r.startX = 100, r.endX = 0; }, 1, 56, 10, 69, 15},  // pixel 100 - i
+      {"vertical", tall, [](auto& r) { r.startX = r.endX = 10, r.startY = 0, r.endY = 100; }, 1, 45, 10, 69, 15},
+      {"diagonal", Striped(128, 128, 220, 40, 50, {40}), [](auto& r) { r.startY = 0, r.endY = 100; }, 1, 45, 10, 69,
+       15},
+      // Half a pixel a sample: pixels 20..24 are rounded from samples 40..49.
+      {"steep", Striped(128, 128, 220, 20, 25, {40}), [](auto& r) { r.startY = 0, r.endX = 50, r.endY = 100; }, 1, 44,
+       10, 69, 15},
+      {"partly outside", Striped(64, 32, 220, 20, 30, {40}), [](auto& r) { r.startX = -20, r.endX = 80; }, 1, 45, 10,
+       69, 15},
+      // Nine pixels: the fine refine fits width 9 (strength 179 against 161
+      // for 10); the average then spans 8 samples over 9: 320 / 9 = 35.
+      {"fine width step", Striped(128, 32, 220, 40, 49, {40}), [](auto& r) { r.fineWidthStep = 1; }, 1, 45, 9, 69,
+       35 * 100 >> 8},
+      {"coarse width step", Striped(128, 32, 220, 40, 49, {40}), {}, 1, 44, 10, 161 * 100 >> 8, 58 * 100 >> 8},
+      // Fourteen pixels are found at width 12, the maximum; refined they fit
+      // 14 and are removed. The 8-pixel line stays.
+      {"refine removes a line", Striped(128, 32, 220, 60, 74, {40}).Columns(30, 38, {40}),
+       [](auto& r) { r.widthMax = 12; }, 1, 34, 8, 180 * 100 >> 8, 15},  // 65536 / 8 is exact
+      {"unrefined both stay", Striped(128, 32, 220, 60, 74, {40}).Columns(30, 38, {40}),
+       [](auto& r) { r.widthMax = 12, r.refine = 0; }, 2, 34, 8, 180 * 100 >> 8, 15},
+      // Colour: the grey of (y, y, y) is y; balancing a floor of 100 doubles.
+      {"bright colour", Striped(128, 32, 100, 40, 50, {200}), [](auto& r) { r.color = r.bright = 1; }, 1, 45, 10,
+       99 * 100 >> 8, 78, 78, 78, 78},
+      {"bright colour balanced", Striped(128, 32, 100, 40, 50, {200}),
+       [](auto& r) { r.color = r.bright = r.whiteBalance = 1; }, 1, 45, 10, 199 * 100 >> 8, 156, 156, 156, 156},
+      {"dark colour comes out positive", Striped(128, 32, 200, 40, 50, {40}), [](auto& r) { r.color = 1; }, 1, 45, 10,
+       159 * 100 >> 8, 15, 15, 15, 15},
+      // (195, 126, 150), grey 149: green stands out most, by 74.
+      {"reddish", Striped(128, 32, 200, 40, 50, {150, 128, 168}), [](auto& r) { r.color = 1; }, 1, 45, 10,
+       73 * 100 >> 8, 58, 76, 49, 58},
   };
   for (const Case& c : cases) {
     Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    record.startX = c.startX, record.startY = c.startY, record.endX = c.endX, record.endY = c.endY;
+    CameraAnalysisMaxOnLine2 record = Finder(slots, c.tweak);
     RunChainOnce(record, c.frame);
-    EXPECT_EQ(record.lineCount, 1) << c.name;
-    EXPECT_EQ(slots.position[0], c.centre) << c.name;
-    EXPECT_EQ(slots.width[0], 10) << c.name;
-    EXPECT_EQ(slots.brightness[0], 15) << c.name;
+    EXPECT_EQ(record.lineCount, c.count) << c.name;
+    const int got[] = {slots.position[0], slots.width[0], slots.strength[0], slots.brightness[0],
+                       slots.red[0],      slots.green[0], slots.blue[0]};
+    const int expected[] = {c.position, c.width, c.strength, c.brightness, c.red, c.green, c.blue};
+    for (int i = 0; i < 7; ++i) EXPECT_EQ(got[i], expected[i]) << c.name << ", result " << i;
+    EXPECT_EQ(slots.position[c.count], 0) << c.name << ": the next slot is cleared";
   }
 }
 
-// A line of 9 samples: the fine refine tries width 9 (strength 179 against
-// 161 for 10), the coarse one only even widths. The brightness average then
-// spans 8 samples divided by 9: 320 / 9 = 35.
-TEST_F(LineFinder2, FineWidthStepGivesAnOddWidth) {
-  StripeFrame frame(128, 32, {220});
-  frame.Columns(40, 49, {40});
-  for (bool fine : {true, false}) {
-    Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    record.fineWidthStep = fine;
-    RunChainOnce(record, frame);
-    ASSERT_EQ(record.lineCount, 1) << fine;
-    EXPECT_EQ(slots.width[0], fine ? 9 : 10);
-    if (fine) {
-      EXPECT_EQ(slots.position[0], 45);
-      EXPECT_EQ(slots.strength[0], 179 * 100 >> 8);
-      EXPECT_EQ(slots.brightness[0], 35 * 100 >> 8);
-    }
-  }
-}
-
-// Colour on a neutral floor: the channels are reported apart, a dark line
-// comes out positive, and white balance doubles a floor of 100 to 200.
-TEST_F(LineFinder2, ColourAveragesWithAndWithoutWhiteBalance) {
-  struct Case {
-    const char* name;
-    uint8_t floor;
-    Yuv stripe;
-    bool bright, balance;
-    int strength, red, green, blue, grey;
-  };
-  const Case cases[] = {
-      {"bright line", 100, {200}, true, false, 99 * 100 >> 8, 78, 78, 78, 78},
-      {"bright line balanced", 100, {200}, true, true, 199 * 100 >> 8, 156, 156, 156, 156},
-      {"dark line", 200, {40}, false, false, 159 * 100 >> 8, 15, 15, 15, 15},
-      {"dark line balanced at gain 1", 200, {40}, false, true, 159 * 100 >> 8, 15, 15, 15, 15},
-      // (195, 126, 150), grey 149: green stands out most, darkness 74.
-      {"reddish line", 200, {150, 128, 168}, false, false, 73 * 100 >> 8, 76, 49, 58, 58},
-  };
-  for (const Case& c : cases) {
-    StripeFrame frame(128, 32, {c.floor});
-    frame.Columns(40, 50, c.stripe);
-    Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, true);
-    record.bright = c.bright;
-    record.whiteBalance = c.balance;
-    RunChainOnce(record, frame);
-    ASSERT_EQ(record.lineCount, 1) << c.name;
-    EXPECT_EQ(slots.position[0], 45) << c.name;
-    EXPECT_EQ(slots.width[0], 10) << c.name;
-    EXPECT_EQ(slots.strength[0], c.strength) << c.name;
-    EXPECT_EQ(slots.red[0], c.red) << c.name;
-    EXPECT_EQ(slots.green[0], c.green) << c.name;
-    EXPECT_EQ(slots.blue[0], c.blue) << c.name;
-    EXPECT_EQ(slots.brightness[0], c.grey) << c.name;
-  }
-}
-
-TEST_F(LineFinder2, NoLineFoundClearsTheProvidedSlotsOnly) {
-  StripeFrame frame(128, 32, {150});
-  Slots slots;
-  CameraAnalysisMaxOnLine2 record = Finder(slots, true);
-  record.lineCountMax = 3;
-  record.lineCount = 4;
-  std::string debug = CaptureDebugLines([&] { RunChainOnce(record, frame); });
-  EXPECT_EQ(debug, "MOL7-0 NO LINE FOUND\n");
-  EXPECT_EQ(record.lineCount, 0);
-  for (int i = 0; i < 5; ++i)
-    for (int16_t* slot : {slots.position, slots.strength, slots.width, slots.red, slots.green, slots.blue,
-                          slots.brightness})
+TEST_F(LineFinder2, DebugLinesAndClearingOfTheProvidedSlots) {
+  Slots found, none;
+  CameraAnalysisMaxOnLine2 luma = Finder(found), colour = Finder(none, [](auto& r) { r.color = 1, r.lineCountMax = 3; });
+  EXPECT_EQ(CaptureDebugLines([&] { RunChainOnce(luma, Striped(128, 32, 220, 40, 50, {40})); }),
+            "MOL7-0-0 p=45 q=179 w=10 bw=40\n");
+  EXPECT_EQ(CaptureDebugLines([&] { RunChainOnce(colour, StripeFrame(128, 32, {150})); }), "MOL7-0 NO LINE FOUND\n");
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(found.red[i], 99) << "luma leaves the colour slots alone";
+    for (int16_t* slot : {none.position, none.strength, none.width, none.red, none.green, none.blue, none.brightness})
       EXPECT_EQ(slot[i], i < 3 ? 0 : 99) << "slot " << i;
+  }
 }
 
-// Seven stripes of 8 pixels, 30 apart, of different darkness: the five
+// Seven stripes of 8 pixels, 30 apart and of different darkness: the five
 // darkest are kept and reported left to right.
 TEST_F(LineFinder2, OfMoreThanFiveLinesTheFiveStrongestAreReportedLeftToRight) {
   const uint8_t lumas[7] = {140, 40, 160, 80, 120, 60, 100};
   StripeFrame frame(256, 32, {220});
   for (int k = 0; k < 7; ++k) frame.Columns(15 + 30 * k, 23 + 30 * k, {lumas[k]});
-  for (int32_t slotsAsked : {5, 7}) {
+  for (int32_t asked : {5, 7}) {
     Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    record.endX = record.rangeMax = 240;
-    record.widthMax = 12;
-    record.threshold = 10;
-    record.lineCountMax = slotsAsked;
+    CameraAnalysisMaxOnLine2 record = Finder(slots, [=](auto& r) {
+      r.endX = r.rangeMax = 240, r.widthMax = 12, r.threshold = 10, r.lineCountMax = asked;
+    });
     testing::internal::CaptureStderr();
     RunChainOnce(record, frame);
     testing::internal::GetCapturedStderr();
-    ASSERT_EQ(record.lineCount, 5) << slotsAsked;
-    const int positions[5] = {49, 109, 139, 169, 199}, brightness[5] = {15, 31, 46, 23, 39};
-    for (int i = 0; i < 5; ++i) {
-      EXPECT_EQ(slots.position[i], positions[i]) << "line " << i;
-      EXPECT_EQ(slots.width[i], 8) << "line " << i;
-      EXPECT_EQ(slots.brightness[i], brightness[i]) << "line " << i;
-    }
-  }
-}
-
-// A line of 14 samples is found at width 12 (the maximum); refined it fits
-// best at 14, outside the limits, and is removed.
-TEST_F(LineFinder2, RefineRemovesALineWhoseBestWidthLeavesTheLimits) {
-  StripeFrame frame(128, 32, {220});
-  frame.Columns(30, 38, {40}).Columns(60, 74, {40});
-  for (bool refine : {false, true}) {
-    Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    record.widthMax = 12;
-    record.refine = refine;
-    RunChainOnce(record, frame);
-    ASSERT_EQ(record.lineCount, refine ? 1 : 2) << refine;
-    EXPECT_EQ(slots.position[0], 34) << refine;
-    EXPECT_EQ(slots.width[0], 8) << refine;
-    if (refine) {
-      EXPECT_EQ(slots.position[1], 0) << "the freed slot is cleared";
-    }
+    EXPECT_EQ(record.lineCount, 5) << asked;
+    EXPECT_EQ(std::vector<int16_t>(slots.position, slots.position + 5), std::vector<int16_t>({49, 109, 139, 169, 199}));
+    EXPECT_EQ(std::vector<int16_t>(slots.brightness, slots.brightness + 5), std::vector<int16_t>({15, 31, 46, 23, 39}));
   }
 }
 
 TEST_F(LineFinder2, InitConvertsWidthsAndThresholdToSamples) {
-  struct Case {
-    int32_t endX, rangeMin, rangeMax, widthMin, widthMax, threshold;
-    int32_t samplesMin, samplesMax, perSample;
+  // {end x, range min, range max, width min, width max, threshold} -> {min, max, threshold}
+  const std::pair<std::array<int32_t, 6>, std::array<int32_t, 3>> cases[] = {
+      {{100, 0, 1000, 100, 300, 20}, {10, 30, 51}},  // to the nearest sample
+      {{100, -500, 500, 149, 151, 33}, {15, 15, 84}},
+      {{100, 0, 100, 1, 80, 0}, {2, 50, 0}},  // at least 2, at most N/2
+      {{102, 0, 102, 3, 60, 100}, {3, 50, 256}},  // N/2 = 51 rounded down to even
   };
-  const Case cases[] = {
-      {100, 0, 1000, 100, 300, 20, 10, 30, 51},  // rounded to the nearest sample
-      {100, -500, 500, 149, 151, 33, 15, 15, 84},
-      {100, 0, 100, 1, 80, 0, 2, 50, 0},   // at least 2; at most N/2
-      {102, 0, 102, 3, 60, 100, 3, 50, 256},  // N/2 = 51, rounded down to even
-  };
-  for (const Case& c : cases) {
+  for (auto [in, out] : cases) {
     Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    record.endX = c.endX, record.rangeMin = c.rangeMin, record.rangeMax = c.rangeMax;
-    record.widthMin = c.widthMin, record.widthMax = c.widthMax, record.threshold = c.threshold;
-    CameraInitAnalysis(&record.base, 128, 32);
-    EXPECT_EQ(record.widthMin, c.samplesMin) << c.widthMin;
-    EXPECT_EQ(record.widthMax, c.samplesMax) << c.widthMax;
-    EXPECT_EQ(record.threshold, c.perSample) << c.threshold;
-    CameraUninitAnalysis(&record.base);
-    EXPECT_EQ(record.valueBuffer, nullptr);
+    CameraAnalysisMaxOnLine2 r = Finder(slots, [in](auto& r) {
+      r.endX = in[0], r.rangeMin = in[1], r.rangeMax = in[2], r.widthMin = in[3], r.widthMax = in[4];
+      r.threshold = in[5];
+    });
+    r.Init();
+    EXPECT_EQ((std::array<int32_t, 3>{r.widthMin, r.widthMax, r.threshold}), out) << in[3] << " " << in[4];
+    r.Uninit();
   }
 }
 
 // Records from downloaded code that Init cannot use, or that ask for more
-// slots than there are: a message, nothing found, and no access outside the
-// record's five slots, its buffers or the frame.
+// slots than there are: a message, nothing found, and nothing touched outside
+// the five slots, the buffers or the frame.
 TEST_F(LineFinder2, UnsafeRecordsStayInsideTheirSlotsAndBuffers) {
   struct Case {
-    const char* name;
-    std::function<void(CameraAnalysisMaxOnLine2&)> setUp;
+    Tweak tweak;
     const char* message;
     int slotsCleared;
     bool colourAfterInit = false;
   };
   const Case cases[] = {
-      {"equal range ends", [](CameraAnalysisMaxOnLine2& r) { r.rangeMin = r.rangeMax = 40; },
-       "range min equal to range max", 5},
-      {"more slots than five", [](CameraAnalysisMaxOnLine2& r) { r.lineCountMax = 9; }, "asks for 9 lines, 5 taken",
-       5},
-      {"negative slots", [](CameraAnalysisMaxOnLine2& r) { r.lineCountMax = -2; }, "asks for -2 lines, 0 taken", 0},
-      {"far too long", [](CameraAnalysisMaxOnLine2& r) { r.startX = INT_MIN, r.endX = INT_MAX; },
-       "scan line of 4294967295 samples", 5},
-      {"no samples", [](CameraAnalysisMaxOnLine2& r) { r.endX = 0; }, "", 5},
-      {"colour switched on after Init", [](CameraAnalysisMaxOnLine2&) {}, "", 5, true},
-      {"hostile widths and threshold",
-       [](CameraAnalysisMaxOnLine2& r) {
-         r.widthMin = INT_MIN;
-         r.widthMax = INT_MAX;
-         r.threshold = 1000000;
-       },
-       "", 5},
+      {[](auto& r) { r.rangeMin = r.rangeMax = 40; }, "range min equal to range max", 5},
+      {[](auto& r) { r.lineCountMax = 9; }, "asks for 9 lines, 5 taken", 5},
+      {[](auto& r) { r.lineCountMax = -2; }, "asks for -2 lines, 0 taken", 0},
+      {[](auto& r) { r.startX = INT_MIN, r.endX = INT_MAX; }, "scan line of 4294967295 samples", 5},
+      {[](auto& r) { r.endX = 0; }, "", 5},
+      {{}, "", 5, true},
+      {[](auto& r) { r.widthMin = INT_MIN, r.widthMax = INT_MAX, r.threshold = 1000000; }, "", 5},
   };
   StripeFrame frame(128, 32, {150});
   for (const Case& c : cases) {
     Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, false);
-    c.setUp(record);
+    CameraAnalysisMaxOnLine2 record = Finder(slots, c.tweak);
     testing::internal::CaptureStderr();
-    CameraInitAnalysis(&record.base, frame.Width(), frame.Height());
-    if (c.colourAfterInit) record.color = 1;
-    CameraRunAnalysis(&record.base, frame.Data(), frame.Data(), nullptr, 0);
+    CameraInitAnalysis(&record.base, frame.width, frame.height);
+    record.color = c.colourAfterInit;
+    CameraRunAnalysis(&record.base, frame.data.data(), frame.data.data(), nullptr, 0);
     CameraUninitAnalysis(&record.base);
     std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_NE(errors.find(c.message), std::string::npos) << c.name << ": " << errors;
-    EXPECT_EQ(record.lineCount, 0) << c.name;
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(slots.position[i], i < c.slotsCleared ? 0 : 99) << c.name << " " << i;
+    EXPECT_NE(errors.find(c.message), std::string::npos) << c.message << ": " << errors;
+    EXPECT_EQ(record.lineCount, 0) << c.message;
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(slots.position[i], i < c.slotsCleared ? 0 : 99) << c.message << " " << i;
   }
 }
 
-// The working list, strongest first: (position, width, strength).
+// The working list, strongest first, after lines at 10, 50 and 90 of
+// strengths 100, 50 and 30 and one more candidate.
 TEST(CameraLineListTest, MergesCandidatesByOverlapAndStrength) {
   struct Case {
     const char* name;
+    int limit;
     CameraLine candidate;
-    std::vector<int32_t> positionsAfter;  // in list order
+    std::vector<int32_t> positions;
   };
-  // Three lines far apart, strengths 100, 50 and 30.
-  const CameraLine start[3] = {{10, 8, 100}, {50, 8, 50}, {90, 8, 30}};
   const Case cases[] = {
-      {"a stronger overlap takes the weaker's place", {52, 12, 70}, {10, 52, 90}},
-      {"and moves in front of every weaker line", {52, 12, 120}, {52, 10, 90}},
-      {"a weaker or equal overlap is dropped", {52, 12, 50}, {10, 50, 90}},
-      {"a much wider candidate around a line is dropped", {50, 20, 500}, {10, 50, 90}},
-      {"a new line is appended by strength", {130, 8, 40}, {10, 50, 130, 90}},
-      {"an equal strength goes behind", {130, 8, 50}, {10, 50, 130, 90}},
+      {"a stronger overlap takes the weaker's place", 5, {52, 12, 70}, {10, 52, 90}},
+      {"and moves in front of every weaker line", 5, {52, 12, 120}, {52, 10, 90}},
+      {"a weaker or equal overlap is dropped", 5, {52, 12, 50}, {10, 50, 90}},
+      {"a much wider candidate around a line is dropped", 5, {50, 20, 500}, {10, 50, 90}},
+      {"a new line goes behind equal strengths", 5, {130, 8, 50}, {10, 50, 130, 90}},
+      {"a full list trades its weakest for a stronger", 3, {130, 8, 60}, {10, 130, 50}},
+      {"but not for an equal one", 3, {130, 8, 30}, {10, 50, 90}},
+      {"a limit of 0 keeps nothing", 0, {130, 8, 60}, {}},
   };
   for (const Case& c : cases) {
-    CameraLineList list(5);
-    for (const CameraLine& line : start) list.Merge(line);
-    list.Merge(c.candidate);
+    CameraLineList list(c.limit);
+    for (CameraLine line : {CameraLine{10, 8, 100}, {50, 8, 50}, {90, 8, 30}, c.candidate}) list.Merge(line);
     std::vector<int32_t> positions;
     for (int i = 0; i < list.Size(); ++i) positions.push_back(list[i].position);
-    EXPECT_EQ(positions, c.positionsAfter) << c.name;
-  }
-}
-
-TEST(CameraLineListTest, AFullListTradesItsWeakestOnlyForAStrongerLine) {
-  for (int limit : {0, 3}) {
-    CameraLineList list(limit);
-    for (CameraLine line : {CameraLine{10, 8, 100}, {50, 8, 50}, {90, 8, 30}, {130, 8, 30}, {170, 8, 60}})
-      list.Merge(line);
-    std::vector<int32_t> positions;
-    for (int i = 0; i < list.Size(); ++i) positions.push_back(list[i].position);
-    EXPECT_EQ(positions, limit ? std::vector<int32_t>({10, 170, 50}) : std::vector<int32_t>()) << limit;
+    EXPECT_EQ(positions, c.positions) << c.name;
   }
 }
 

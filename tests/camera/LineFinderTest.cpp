@@ -1,10 +1,11 @@
-// The single-line finder on synthetic frames. Expected figures are worked
-// out by hand from the frames: a neutral floor of luma 200 balances to a gain
-// of exactly 1, so a dark line's line-ness is 765 - 3 x luma per sample and
-// five times that after the box filter (floor 825, luma 50 gives 3075).
+// The single-line finder on synthetic frames, figures worked out by hand. A
+// neutral floor of luma 200 balances to a gain of exactly 1, so a dark
+// line's line-ness is 765 - 3 x luma a sample, five times that after the box
+// filter (floor 825, luma 50 gives 3075).
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <tuple>
 
 #include "LineTestFrames.h"
 
@@ -12,17 +13,16 @@ namespace {
 
 struct Results {
   int16_t position = 99, quality = 99, width = 99;
+  bool operator==(const Results&) const = default;
 };
 
-// A dark line finder on row 10 from x = 0 to x = 100 (100 samples), widths
-// 5 to 15, peak 50 %, contrast 30 %.
-CameraAnalysisMaxOnLine DarkLineFinder(Results& results) {
+// Dark lines on row 10 from x = 0 to 100 (100 samples), widths 5 to 15,
+// peak 50 %, contrast 30 %.
+CameraAnalysisMaxOnLine Finder(Results& results) {
   CameraAnalysisMaxOnLine record{};
   record.base.type = CameraAnalysisTypeMaxOnLine;
-  record.startX = 0;
-  record.startY = 10;
+  record.startY = record.endY = 10;
   record.endX = 100;
-  record.endY = 10;
   record.widthMin = 5;
   record.widthMax = 15;
   record.peakThreshold = 50;
@@ -33,237 +33,148 @@ CameraAnalysisMaxOnLine DarkLineFinder(Results& results) {
   return record;
 }
 
+using Tweak = std::function<void(CameraAnalysisMaxOnLine&)>;
+
+Results RunFinder(const StripeFrame& frame, const Tweak& tweak = {}, std::string* debug = nullptr) {
+  Results results;
+  CameraAnalysisMaxOnLine record = Finder(results);
+  if (tweak) tweak(record);
+  std::string lines = CaptureDebugLines([&] { RunChainOnce(record, frame); });
+  if (debug) *debug = lines;
+  return results;
+}
+
 class LineFinder : public testing::Test {
  protected:
-  void SetUp() override {
-    DebugFlags = 0;
-    CameraFrameCount.store(7);
-  }
+  void SetUp() override { CameraFrameCount.store(7); }
   StripeFrame floor_{128, 32, {200}};
 };
 
-TEST_F(LineFinder, FindsADarkStripeAndPrintsItsDebugLine) {
-  // Stripe at samples 40..49: box sums peak at 3075 from 40 to 45; the later
-  // of the two equal eroded peaks (k = 41) wins with bL = 1275, bR = 825.
-  // Edges 36 and 50 give width 14, middle 43, position 38 * 2000 / 81 - 1000,
-  // quality 1587 * 3821 / 1000.
-  floor_.Columns(40, 50, {50});
-  Results results;
-  CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-  CameraInitAnalysis(&record.base, floor_.Width(), floor_.Height());
-  std::string debug = CaptureDebugLines([&] { record.Analyze(3, floor_.Data(), nullptr, nullptr, 0); });
-  record.Uninit();
-  EXPECT_EQ(results.position, -62);
-  EXPECT_EQ(results.quality, 6063);
-  EXPECT_EQ(results.width, 14);
-  EXPECT_EQ(debug, "MOL7-3 p=-62 q=6063 hA=241 wrgb=0/0/0/0 bL=100 bR=64 hRel=141, m=43, w=14\n");
-}
-
-TEST_F(LineFinder, FindsWhatTheRulesSayInSpecialSituations) {
+TEST_F(LineFinder, FindsWhatTheRulesSay) {
   struct Case {
     const char* name;
-    std::function<void(StripeFrame&, CameraAnalysisMaxOnLine&)> setUp;
+    StripeFrame frame;
+    Tweak tweak;
     Results expected;
   };
+  StripeFrame one = floor_, two = floor_, end = floor_, wide = floor_;
+  one.Columns(40, 50, {50});
   const Case cases[] = {
-      // Both stripes peak at 3075 with the same backgrounds; the second is
-      // found: middle 63, position 58 * 2000 / 81 - 1000.
-      {"of two equal peaks the later wins",
-       [](StripeFrame& frame, CameraAnalysisMaxOnLine&) { frame.Columns(20, 30, {50}).Columns(60, 70, {50}); },
-       {432, 6063, 14}},
-      // A contrast of 110 % (1402) above full scale makes the quality's
-      // divisor negative; the edges close in to 39 and 47.
-      {"a negative quality reports 1",
-       [](StripeFrame& frame, CameraAnalysisMaxOnLine& record) {
-         frame.Columns(40, 50, {50});
-         record.contrastThreshold = 110;
-       },
-       {-62, 1, 8}},
-      // 30 samples: floor to 19, luma 50 to 24, luma 80 to 29. With no
-      // contrast asked the right edge runs on to the end mark at 26; the left
-      // stops at 18. Width 8, middle 22 (position clamped), quality 70 * 2129
-      // / 1000.
-      {"a line touching the end stops at N - 4",
-       [](StripeFrame& frame, CameraAnalysisMaxOnLine& record) {
-         frame.Columns(20, 25, {50}).Columns(25, 40, {80});
-         record.endX = 30;
-         record.widthMax = 8;
-         record.peakThreshold = 0;
-         record.contrastThreshold = 0;
-       },
-       {1000, 149, 8}},
-      // Thresholds of 100 % make both quality divisors zero, which divide to
-      // 0 as on the controller; edges at 38 and 48.
-      {"full-scale thresholds give quality 0",
-       [](StripeFrame& frame, CameraAnalysisMaxOnLine& record) {
-         frame.Columns(40, 50, {50});
-         record.peakThreshold = 100;
-         record.contrastThreshold = 100;
-       },
+      // Box sums 3075 over samples 40..45; of the equal eroded peaks k = 40
+      // and 41 the later wins (bL 1275, bR 825). Edges 36 and 50: width 14,
+      // middle 43, position 38 * 2000 / 81 - 1000, quality 1587 * 3821 / 1000.
+      {"a dark stripe", one, {}, {-62, 6063, 14}},
+      {"of two equal stripes the later wins", two.Columns(20, 30, {50}).Columns(60, 70, {50}), {}, {432, 6063, 14}},
+      // A contrast of 110 % (1402) makes the quality's divisor negative; the
+      // edges close in to 39 and 47.
+      {"a negative quality reports 1", one, [](auto& r) { r.contrastThreshold = 110; }, {-62, 1, 8}},
+      // Zero divisors divide to 0 as on the controller; edges 38 and 48.
+      {"full-scale thresholds give quality 0", one, [](auto& r) { r.peakThreshold = r.contrastThreshold = 100; },
        {-62, 0, 10}},
-      {"a stripe wider than width max is no line",
-       [](StripeFrame& frame, CameraAnalysisMaxOnLine&) { frame.Columns(40, 70, {50}); }, {0, 0, 0}},
-      {"a plain floor has no line", [](StripeFrame&, CameraAnalysisMaxOnLine&) {}, {0, 0, 0}},
+      // 30 samples: floor to 19, luma 50 to 24, luma 80 to 29. Without a
+      // contrast to pass the right edge runs to the end mark at 26, the left
+      // stops at 18: width 8, middle 22, quality 70 * 2129 / 1000.
+      {"a line touching the end stops at N - 4", end.Columns(20, 25, {50}).Columns(25, 40, {80}),
+       [](auto& r) { r.endX = 30, r.widthMax = 8, r.peakThreshold = r.contrastThreshold = 0; }, {1000, 149, 8}},
+      {"a stripe wider than width max is none", wide.Columns(40, 70, {50}), {}, {0, 0, 0}},
+      {"a plain floor has none", floor_, {}, {0, 0, 0}},
   };
-  for (const Case& c : cases) {
-    StripeFrame frame = floor_;
-    Results results;
-    CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-    c.setUp(frame, record);
-    RunChainOnce(record, frame);
-    EXPECT_EQ(results.position, c.expected.position) << c.name;
-    EXPECT_EQ(results.quality, c.expected.quality) << c.name;
-    EXPECT_EQ(results.width, c.expected.width) << c.name;
-  }
+  for (const Case& c : cases) EXPECT_EQ(RunFinder(c.frame, c.tweak), c.expected) << c.name;
+
+  std::string debug;
+  RunFinder(one, {}, &debug);
+  EXPECT_EQ(debug, "MOL7-0 p=-62 q=6063 hA=241 wrgb=0/0/0/0 bL=100 bR=64 hRel=141, m=43, w=14\n");
 }
 
-TEST_F(LineFinder, UnusableWidthsWritePositionMinusOneAndNothingElse) {
-  const std::pair<int32_t, int32_t> widths[] = {{0, 15}, {-3, 15}, {5, 6}, {5, 5}, {9, 4}, {INT_MAX - 1, INT_MAX}};
+TEST_F(LineFinder, UnusableWidthsWriteMinusOneAndNothingElse) {
   floor_.Columns(40, 50, {50});
-  for (auto [low, high] : widths) {
-    Results results;
-    CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-    record.widthMin = low;
-    record.widthMax = high;
-    std::string debug = CaptureDebugLines([&] { RunChainOnce(record, floor_); });
-    EXPECT_EQ(results.position, -1) << low << ".." << high;
-    EXPECT_EQ(results.quality, 99) << low << ".." << high;
-    EXPECT_EQ(results.width, 99) << low << ".." << high;
+  for (auto [low, high] : {std::pair{0, 15}, {-3, 15}, {5, 6}, {9, 4}, {INT_MAX - 1, INT_MAX}}) {
+    std::string debug;
+    Results results = RunFinder(floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high; }, &debug);
+    EXPECT_EQ(results, (Results{-1, 99, 99})) << low << ".." << high;
     EXPECT_EQ(debug, "") << low << ".." << high;
   }
 }
 
-// The same samples once from a scan line that leaves a small frame on both
-// sides and once inside a larger frame painted black where the small one
-// ends: the results and debug lines agree.
+// The same samples from a scan line leaving a small frame on both sides and
+// inside a large frame painted black where the small one ends.
 TEST_F(LineFinder, SamplesOutsideTheFrameCountAsBlack) {
-  StripeFrame small(64, 20, {200});
+  StripeFrame small(64, 20, {200}), large(200, 20, {0});
   small.Columns(20, 30, {50});
-  StripeFrame large(200, 20, {0});
   large.Columns(30, 94, {200}).Columns(50, 60, {50});
-  Results outside, inside;
-  CameraAnalysisMaxOnLine leaving = DarkLineFinder(outside), within = DarkLineFinder(inside);
-  leaving.startX = -30;
-  leaving.endX = 70;
-  std::string leavingDebug = CaptureDebugLines([&] { RunChainOnce(leaving, small); });
-  std::string withinDebug = CaptureDebugLines([&] { RunChainOnce(within, large); });
+  std::string outsideDebug, insideDebug;
+  Results outside = RunFinder(small, [](auto& r) { r.startX = -30, r.endX = 70; }, &outsideDebug);
+  Results inside = RunFinder(large, {}, &insideDebug);
   EXPECT_GT(inside.width, 0) << "the stripe is found";
-  EXPECT_EQ(outside.position, inside.position);
-  EXPECT_EQ(outside.quality, inside.quality);
-  EXPECT_EQ(outside.width, inside.width);
-  EXPECT_EQ(leavingDebug, withinDebug);
+  EXPECT_EQ(outside, inside);
+  EXPECT_EQ(outsideDebug, insideDebug);
 }
 
-// A floor of luma 100 balances to a gain of 2; the stripe (195, 126, 150)
-// becomes (390, 252, 300): brightness 942 * 100 / 765 = 123, shares 124, 80,
-// 95 of 300, or the plain averages without the brightness test.
+// A floor of luma 100 balances to a gain of 2: the stripe (195, 126, 150)
+// becomes (390, 252, 300), brightness 942 * 100 / 765 = 123 and shares of
+// 300 124, 80, 95; or the plain averages without the brightness test.
 TEST_F(LineFinder, ColourCheckWithAndWithoutBrightness) {
   struct Case {
     int16_t brightnessMin, brightnessMax, redMin, redMax;
     bool found;
     const char* colour;
   };
-  const Case cases[] = {
-      {0, 200, 110, 140, true, "123/124/80/95"},   {0, 200, 130, 200, false, "123/124/80/95"},
-      {0, 100, 110, 140, false, "123/124/80/95"},  {-5, -1, 380, 400, true, "-1/390/252/300"},
-      {-5, -1, 110, 140, false, "-1/390/252/300"},
-  };
   StripeFrame frame(128, 32, {100});
   frame.Columns(40, 52, {150, 128, 168});
-  for (const Case& c : cases) {
-    Results results;
-    CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-    record.brightLine = 1;
-    record.colorCheck = 1;
-    record.brightnessMin = c.brightnessMin;
-    record.brightnessMax = c.brightnessMax;
-    record.redMin = c.redMin;
-    record.redMax = c.redMax;
-    record.greenMin = c.brightnessMax < 0 ? 0 : 60;
-    record.greenMax = c.brightnessMax < 0 ? 300 : 100;
-    record.blueMin = c.brightnessMax < 0 ? 0 : 80;
-    record.blueMax = c.brightnessMax < 0 ? 300 : 110;
-    std::string debug = CaptureDebugLines([&] { RunChainOnce(record, frame); });
-    std::string label = std::to_string(c.brightnessMax) + " red " + std::to_string(c.redMin);
-    EXPECT_EQ(results.width > 0, c.found) << label;
-    EXPECT_EQ(results.quality > 0, c.found) << label;
-    EXPECT_NE(debug.find(std::string("wrgb=") + c.colour + " "), std::string::npos) << label << ": " << debug;
+  for (const Case& c : {Case{0, 200, 110, 140, true, "123/124/80/95"}, {0, 200, 130, 200, false, "123/124/80/95"},
+                        {0, 100, 110, 140, false, "123/124/80/95"}, {-5, -1, 380, 400, true, "-1/390/252/300"},
+                        {-5, -1, 110, 140, false, "-1/390/252/300"}}) {
+    bool shares = c.brightnessMax >= 0;
+    std::string debug;
+    Results results = RunFinder(
+        frame,
+        [&](auto& r) {
+          r.brightLine = r.colorCheck = 1;
+          r.brightnessMin = c.brightnessMin, r.brightnessMax = c.brightnessMax;
+          r.redMin = c.redMin, r.redMax = c.redMax;
+          r.greenMin = shares ? 60 : 0, r.greenMax = shares ? 100 : 300;
+          r.blueMin = shares ? 80 : 0, r.blueMax = shares ? 110 : 300;
+        },
+        &debug);
+    EXPECT_EQ(results.width > 0 && results.quality > 0, c.found) << c.colour << " red from " << c.redMin;
+    EXPECT_NE(debug.find(std::string("wrgb=") + c.colour + " "), std::string::npos) << debug;
   }
 }
 
-// Two stripes of equal luma, one reddish and one bluish: the taught colour
-// decides which is the line.
+// Two stripes of equal luma, reddish on the left and bluish on the right:
+// the taught line colour decides which one is the line.
 TEST_F(LineFinder, ColourAxisFindsTheTaughtColour) {
-  StripeFrame frame = floor_;
-  frame.Columns(20, 32, {150, 128, 168}).Columns(60, 72, {150, 168, 128});
-  struct Case {
-    uint16_t r, g, b;
-    bool onTheLeft;
-  };
-  for (const Case& c : {Case{195, 126, 150, true}, Case{150, 134, 231, false}}) {
-    Results results;
-    CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-    record.colorAxis = 1;
-    record.lineColorR = c.r;
-    record.lineColorG = c.g;
-    record.lineColorB = c.b;
-    record.backgroundColorR = record.backgroundColorG = record.backgroundColorB = 200;
-    RunChainOnce(record, frame);
-    EXPECT_GT(results.width, 0) << c.r;
-    EXPECT_EQ(results.position < 0, c.onTheLeft) << c.r << " at " << results.position;
+  floor_.Columns(20, 32, {150, 128, 168}).Columns(60, 72, {150, 168, 128});
+  for (auto [red, green, blue] : {std::tuple{195, 126, 150}, {150, 134, 231}}) {
+    Results results = RunFinder(floor_, [&](auto& r) {
+      r.colorAxis = 1;
+      r.lineColorR = uint16_t(red), r.lineColorG = uint16_t(green), r.lineColorB = uint16_t(blue);
+      r.backgroundColorR = r.backgroundColorG = r.backgroundColorB = 200;
+    });
+    EXPECT_GT(results.width, 0) << red;
+    EXPECT_EQ(results.position < 0, red == 195) << red << " at " << results.position;
   }
 }
 
-// Records Init cannot use are refused with a message and answer -1; none of
-// them reads or writes outside its buffers or the frame.
-TEST_F(LineFinder, RefusedRecordsSayWhyAndAnswerMinusOne) {
-  struct Case {
-    const char* name;
-    std::function<void(CameraAnalysisMaxOnLine&)> setUp;
-    const char* message;
-  };
-  const Case cases[] = {
-      {"5 samples", [](CameraAnalysisMaxOnLine& r) { r.endX = 5; }, "scan line of 5 samples"},
-      {"no samples", [](CameraAnalysisMaxOnLine& r) { r.endX = 0; }, "scan line of 0 samples"},
-      {"far too long", [](CameraAnalysisMaxOnLine& r) { r.startX = INT_MIN, r.endX = INT_MAX; },
-       "scan line of 4294967295 samples"},
-      {"equal colours",
-       [](CameraAnalysisMaxOnLine& r) {
-         r.colorAxis = 1;
-         r.lineColorR = r.backgroundColorR = 30;
-       },
-       "equal line and floor colours"},
-  };
+// Records Init cannot use say why and answer -1; hostile ones stay inside
+// their buffers and the frame.
+TEST_F(LineFinder, UnsafeRecordsAreRefusedOrKeptInBounds) {
   floor_.Columns(40, 50, {50});
-  for (const Case& c : cases) {
-    Results results;
-    CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-    c.setUp(record);
+  const std::pair<Tweak, const char*> refused[] = {
+      {[](auto& r) { r.endX = 5; }, "scan line of 5 samples"},
+      {[](auto& r) { r.startX = INT_MIN, r.endX = INT_MAX; }, "scan line of 4294967295 samples"},
+      {[](auto& r) { r.colorAxis = 1, r.lineColorR = r.backgroundColorR = 30; }, "equal line and floor colours"},
+  };
+  for (auto& [tweak, message] : refused) {
     testing::internal::CaptureStderr();
-    RunChainOnce(record, floor_);
+    Results results = RunFinder(floor_, tweak);
     std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_NE(errors.find(c.message), std::string::npos) << c.name << ": " << errors;
-    EXPECT_EQ(results.position, -1) << c.name;
-    EXPECT_EQ(results.quality, 99) << c.name;
-    EXPECT_EQ(record.valueBuffer, nullptr) << c.name;
+    EXPECT_NE(errors.find(message), std::string::npos) << errors;
+    EXPECT_EQ(results, (Results{-1, 99, 99})) << message;
   }
-}
-
-TEST_F(LineFinder, HostileParametersStayInsideTheBuffers) {
-  floor_.Columns(40, 50, {50});
-  const std::pair<int32_t, int32_t> widths[] = {{1, INT_MAX}, {1, 3}, {90, 100}, {200, 300}};
-  for (auto [low, high] : widths) {
-    for (int32_t threshold : {INT_MIN, -100, 1000000, INT_MAX}) {
-      Results results;
-      CameraAnalysisMaxOnLine record = DarkLineFinder(results);
-      record.widthMin = low;
-      record.widthMax = high;
-      record.peakThreshold = record.contrastThreshold = threshold;
-      record.qualityResult = nullptr;  // null results are skipped
-      RunChainOnce(record, floor_);
-      EXPECT_GE(results.width, 0) << low << ".." << high << " at " << threshold;
-    }
-  }
+  for (auto [low, high] : {std::pair{1, INT_MAX}, {90, 100}, {200, 300}})
+    for (int32_t threshold : {INT_MIN, 1000000, INT_MAX})
+      RunFinder(floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high, r.peakThreshold = r.contrastThreshold = threshold; });
 }
 
 }  // namespace

@@ -25,34 +25,14 @@ TEST(CameraLineSceneTest, BothFindersReportTheSimulatedLineWhereItIsDrawn) {
   uint8_t change = 0;
   CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(kWidth, kHeight, 100, 50, &frames, &change);
 
-  int16_t position = 0, quality = 0, width = 0;
-  CameraAnalysisMaxOnLine first{};
-  first.base.type = CameraAnalysisTypeMaxOnLine;
-  first.startY = first.endY = kRowFirst;
-  first.endX = kWidth;
-  first.widthMin = 5;
-  first.widthMax = 15;
-  first.peakThreshold = 30;
-  first.contrastThreshold = 20;
-  first.positionResult = &position;
-  first.qualityResult = &quality;
-  first.widthResult = &width;
-
-  int16_t positions[5] = {}, widths[5] = {};
-  CameraAnalysisMaxOnLine2 second{};
-  second.base.type = CameraAnalysisTypeMaxOnLine2;
-  second.startY = second.endY = kRowSecond;
-  second.endX = second.rangeMax = kWidth;
-  second.widthMin = 4;
-  second.widthMax = 20;
-  second.threshold = 20;
-  second.lineCountMax = 5;
-  second.color = 1;
-  second.refine = 1;
-  for (int i = 0; i < 5; ++i) {
-    second.positionResults[i] = &positions[i];
-    second.widthResults[i] = &widths[i];
-  }
+  int16_t position = 0, quality = 0, width = 0, positions[5] = {}, widths[5] = {};
+  CameraAnalysisMaxOnLine first{{CameraAnalysisTypeMaxOnLine}, 0, kRowFirst, kWidth, kRowFirst};
+  first.widthMin = 5, first.widthMax = 15, first.peakThreshold = 30, first.contrastThreshold = 20;
+  first.positionResult = &position, first.qualityResult = &quality, first.widthResult = &width;
+  CameraAnalysisMaxOnLine2 second{{CameraAnalysisTypeMaxOnLine2}, 0, kRowSecond, kWidth, kRowSecond, 4, 20, 20, 5};
+  second.color = second.refine = 1;
+  second.rangeMax = kWidth;
+  for (int i = 0; i < 5; ++i) second.positionResults[i] = &positions[i], second.widthResults[i] = &widths[i];
 
   counter.base.next = &first.base;
   first.base.next = &second.base;
