@@ -86,6 +86,9 @@ void KavriLib_SetProgramInfoCallback(KavriLib_ProgramInfoCallback callback);
 bool KavriLib_CheckDownloadProgramActive(void);
 bool KavriLib_CheckOnlineProgramActive(void);
 bool KavriLib_CheckDownloadProgramStartable(void);
+int KavriLib_StartDownloadProgram(const char* path);
+int KavriLib_StartRamProgram(void);
+int KavriLib_AbortDownloadProgram(void);
 const char* KavriGetAppVerStr(void);
 const char* KavriGetSysVerStr(void);
 

@@ -94,8 +94,21 @@ void CycleThread() {
   cycleRunning.store(false, std::memory_order_release);
 }
 
-void WaitForCycleThreadEnd() {
-  while (cycleRunning.load(std::memory_order_acquire)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+// A callback that never returns keeps the cycle thread for good; like the
+// controller, the stand-in cannot end it, but it must not hang its caller
+// either. The bound is generous because a program's last callback stops the
+// program and display threads, which may take a second each.
+bool WaitForCycleThreadEnd() {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(MOTORIOLIB_SIM_STOP_SECONDS);
+  while (cycleRunning.load(std::memory_order_acquire)) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      fprintf(stderr, "ERROR MotorIOLib cycle thread did not end within %d s: its callback does not return\n",
+              MOTORIOLIB_SIM_STOP_SECONDS);
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
 }
 
 }  // namespace
@@ -104,7 +117,7 @@ extern "C" {
 
 void MotorIOLib_StartThreads(void) {
   if (cycleRunning.load(std::memory_order_acquire) && !cycleTerminate.load(std::memory_order_acquire)) return;
-  WaitForCycleThreadEnd();
+  if (!WaitForCycleThreadEnd()) return;
   cycleTerminate.store(false, std::memory_order_release);
   cycleRunning.store(true, std::memory_order_release);
   std::thread(CycleThread).detach();

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/DownloadMode.h"
 #include "host/KavriServer.h"
 #include "host/ThreadStop.h"
 #include "kavri/MotorIOLib.h"
@@ -99,6 +100,26 @@ bool KavriLib_CheckDownloadProgramActive(void) {
 bool KavriLib_CheckOnlineProgramActive(void) { return OnlineModeActive.load(std::memory_order_acquire); }
 
 bool KavriLib_CheckDownloadProgramStartable(void) { return DataAreaDownloadValid.load(std::memory_order_acquire); }
+
+// Refused while anything of a program still runs, the I/O cycle included:
+// a cycle held by a slice that never returns still executes the run area.
+static bool ProgramMayStart() {
+  return !MotorIOLib_ThreadIsRunning() && !ProgThreadRunning.load(std::memory_order_acquire) &&
+         !OnlineModeActive.load(std::memory_order_acquire);
+}
+
+int KavriLib_StartDownloadProgram(const char* path) {
+  if (!ProgramMayStart() || !path) return 0;
+  return StartDownloadFromFile(path);
+}
+
+int KavriLib_StartRamProgram(void) {
+  if (!DataAreaDownloadValid.load(std::memory_order_acquire) || !ProgramMayStart()) return 0;
+  memcpy(DataAreaRun, DataAreaDownload, KAVRI_AREA_SIZE);
+  return StartThreadsDownloadMode();
+}
+
+int KavriLib_AbortDownloadProgram(void) { return StopThreadsDownloadMode(true); }
 
 const char* KavriGetAppVerStr(void) { return KavriAppVer; }
 

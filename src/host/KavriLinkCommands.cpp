@@ -1,6 +1,7 @@
 // The PC link's command table and the commands that only report state.
 #include <cstring>
 
+#include "host/DownloadMode.h"
 #include "host/KavriServer.h"
 #include "host/OnlineMode.h"
 #include "kavri/KavriLib.h"
@@ -35,6 +36,10 @@ bool HandleGetMemoryLayout(int fd, xoIF2013Command_Base*) {
 const LinkCommand kLinkCommands[] = {
     {KavriCmdQueryStatus, "Received query status command", HandleQueryStatus},
     {KavriCmdGetMemoryLayout, "Received get memory layout command", HandleGetMemoryLayout},
+    {KavriCmdGetLibAddresses, "Received get lib adresses command", HandleGetLibAddresses},
+    {KavriCmdDownloadCode, "Received download code command", HandleDownloadCode},
+    {KavriCmdStartCode, "Received start code command", HandleStartCode},
+    {KavriCmdStopCode, "Received stop code command", HandleStopCode},
     {KavriCmdStartOnline, "Received start online command", HandleStartOnline},
     {KavriCmdUpdateConfig, nullptr, HandleUpdateConfig},
     {KavriCmdIoExchange, nullptr, HandleIoExchange},

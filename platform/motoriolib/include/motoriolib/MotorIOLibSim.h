@@ -11,6 +11,10 @@ extern "C" {
 
 #define MOTORIOLIB_SIM_CHANNELS 8
 #define MOTORIOLIB_SIM_CYCLE_MS 10
+// How long MotorIOLib_StopThreads waits for a cycle whose callback is still
+// running; after that the thread is left as it is and keeps reporting that
+// it runs, and MotorIOLib_StartThreads starts nothing until it has ended.
+#define MOTORIOLIB_SIM_STOP_SECONDS 5
 
 // Forces input `channel` to `value` from the next exchange on; a negative
 // value returns the channel to its default, wired back from the same output.

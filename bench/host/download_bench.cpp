@@ -1,0 +1,132 @@
+// A 4 MiB download over loopback against a bare server that takes the same
+// bytes and answers the same 4: the ratio is what the controller's own path
+// (prefill, per-read log line) costs on top of the network stack. And the
+// time from the start code reply to the program's first time slice, against
+// one I/O cycle.
+#include <benchmark/benchmark.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+
+#include "ControllerProcess.h"
+#include "ProgramImage.h"
+#include "TestClient.h"
+#include "kavri/LinkProtocol.h"
+#include "motoriolib/MotorIOLibSim.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::vector<uint8_t> DownloadCommand(const std::vector<uint8_t>& code) {
+  xoIF2013Command_DownloadCode command{KavriCmdDownloadCode, 1, "bench"};
+  command.codeSize = static_cast<uint32_t>(code.size());
+  std::vector<uint8_t> bytes(reinterpret_cast<uint8_t*>(&command), reinterpret_cast<uint8_t*>(&command + 1));
+  bytes.insert(bytes.end(), code.begin(), code.end());
+  return bytes;
+}
+
+[[noreturn]] void RunSinkServer(int listener, size_t commandSize) {
+  std::vector<uint8_t> buffer(1 << 16);
+  const uint32_t reply = KavriReplyDownloadCode;
+  for (;;) {
+    int fd = accept(listener, nullptr, nullptr);
+    for (;;) {
+      size_t total = 0;
+      while (total < commandSize) {
+        ssize_t count = read(fd, buffer.data(), std::min(buffer.size(), commandSize - total));
+        if (count <= 0) break;
+        total += static_cast<size_t>(count);
+      }
+      if (total < commandSize || write(fd, &reply, sizeof reply) != sizeof reply) break;
+    }
+    close(fd);
+  }
+}
+
+double TransferSeconds(TestClient& client, const std::vector<uint8_t>& command) {
+  auto start = Clock::now();
+  client.Send(command.data(), command.size());
+  if (client.Receive(4).size() != 4) abort();
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+void BM_Download4MiBAgainstRawTransfer(benchmark::State& state) {
+  ControllerProcess controller;
+  if (!controller.WaitUntilListening()) return state.SkipWithError("controller did not start");
+  std::vector<uint8_t> code(KAVRI_AREA_SIZE);
+  for (size_t i = 0; i < code.size(); ++i) code[i] = static_cast<uint8_t>(i * 2654435761u >> 24);
+  const std::vector<uint8_t> command = DownloadCommand(code);
+  int sinkPort = 0, listener = -1;
+  while (listener < 0) listener = ListenOnLoopback(sinkPort = FindFreePort());
+  pid_t sink = fork();
+  if (sink == 0) RunSinkServer(listener, command.size());
+  close(listener);
+  TestClient download(controller.port());
+  TestClient raw(sinkPort);
+  double downloadSeconds = 0, rawSeconds = 0;
+  for (auto _ : state) {
+    downloadSeconds += TransferSeconds(download, command);
+    rawSeconds += TransferSeconds(raw, command);
+  }
+  kill(sink, SIGKILL);
+  waitpid(sink, nullptr, 0);
+  double iterations = static_cast<double>(state.iterations());
+  state.counters["download_ms"] = 1e3 * downloadSeconds / iterations;
+  state.counters["raw_ms"] = 1e3 * rawSeconds / iterations;
+  state.counters["download_MiB_per_s"] = iterations * 4 / downloadSeconds;
+  state.counters["raw_over_download"] = rawSeconds / downloadSeconds;
+}
+
+// Shared with the forked controller: when the program's first slice ran.
+std::atomic<int64_t>* firstSliceNanoseconds;
+
+int64_t NowNanoseconds() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+int32_t RecordFirstSlice() {
+  int64_t expected = 0;
+  firstSliceNanoseconds->compare_exchange_strong(expected, NowNanoseconds());
+  return 1;  // ends at once, so the next start finds nothing running
+}
+
+void BM_StartReplyToFirstSlice(benchmark::State& state) {
+  void* shared = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  firstSliceNanoseconds = new (shared) std::atomic<int64_t>(0);
+  ControllerProcess controller;
+  if (!controller.WaitUntilListening()) return state.SkipWithError("controller did not start");
+  TestClient client(controller.port());
+  const std::vector<uint8_t> command = DownloadCommand(ImageJumpingTo(RecordFirstSlice));
+  TransferSeconds(client, command);
+  double fromReply = 0, fromRequest = 0;
+  for (auto _ : state) {
+    firstSliceNanoseconds->store(0);
+    int64_t sent = NowNanoseconds();
+    client.SendWord(KavriCmdStartCode);
+    if (client.Receive(sizeof(xoIF2013Reply_StartCode)).size() != sizeof(xoIF2013Reply_StartCode)) abort();
+    int64_t replied = NowNanoseconds();
+    if (!WaitFor([] { return firstSliceNanoseconds->load() != 0; }, std::chrono::seconds(10)))
+      return state.SkipWithError("the program never ran");
+    fromReply += double(firstSliceNanoseconds->load() - replied);
+    fromRequest += double(firstSliceNanoseconds->load() - sent);
+  }
+  munmap(shared, 4096);
+  double iterations = static_cast<double>(state.iterations());
+  state.counters["reply_to_slice_ms"] = fromReply / iterations / 1e6;
+  state.counters["request_to_slice_ms"] = fromRequest / iterations / 1e6;
+  state.counters["request_to_slice_in_cycles"] = fromRequest / iterations / 1e6 / MOTORIOLIB_SIM_CYCLE_MS;
+}
+
+BENCHMARK(BM_Download4MiBAgainstRawTransfer)->MinTime(2.0)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StartReplyToFirstSlice)->MinTime(2.0)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,104 @@
+// Download and the address table seen from a PC: a TCP client on loopback
+// and a controller in a child process.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "ControllerProcess.h"
+#include "ProgramImage.h"
+#include "TestClient.h"
+#include "host/DownloadMode.h"
+#include "kavri/LinkProtocol.h"
+#include "kavri/TextGrph.h"
+
+namespace {
+
+int32_t EndAtOnce() { return 1; }
+
+std::vector<uint8_t> DownloadCommand(const std::vector<uint8_t>& code) {
+  xoIF2013Command_DownloadCode command{KavriCmdDownloadCode, 1, "cut"};
+  command.codeSize = static_cast<uint32_t>(code.size());
+  std::vector<uint8_t> bytes(reinterpret_cast<uint8_t*>(&command), reinterpret_cast<uint8_t*>(&command + 1));
+  bytes.insert(bytes.end(), code.begin(), code.end());
+  return bytes;
+}
+
+TEST(DownloadLink, PcLeavingAfterAnyByteLeavesTheServerReadyAndNoHalfCodeStartable) {
+  ControllerProcess controller;
+  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+  const std::vector<uint8_t> whole = DownloadCommand(ImageJumpingTo(EndAtOnce));
+  auto startCodeValue = [&] {
+    TestClient client(controller.port());
+    client.SendWord(KavriCmdStartCode);
+    std::vector<uint8_t> reply = client.Receive(sizeof(xoIF2013Reply_StartCode));
+    uint32_t words[2] = {0, 99};
+    memcpy(words, reply.data(), std::min(reply.size(), sizeof words));
+    EXPECT_EQ(words[0], KavriReplyStartCode);
+    return words[1];
+  };
+  for (size_t cut = 0; cut < whole.size(); ++cut) {
+    SCOPED_TRACE(cut);
+    {
+      TestClient client(controller.port());
+      client.Send(whole.data(), whole.size());
+      ASSERT_EQ(client.Receive(4).size(), 4u);
+    }
+    { TestClient(controller.port()).Send(whole.data(), cut); }
+    // Inside the extension nothing was touched yet; inside the code the
+    // earlier program is gone and the half that came must not run.
+    EXPECT_EQ(startCodeValue(), cut < sizeof(xoIF2013Command_DownloadCode) ? 1u : 0u);
+  }
+  EXPECT_TRUE(controller.WaitForStderr("ERROR connection closed or timed out after 0 of "));
+}
+
+TEST(DownloadLink, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
+  ControllerProcess controller;
+  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+  TestClient client(controller.port());
+  client.SendWord(KavriCmdGetLibAddresses);
+  std::vector<uint8_t> reply = client.Receive(sizeof(xoIF2013Reply_LibAddresses));
+  ASSERT_EQ(reply.size(), 240u);
+  client.SendWord(KavriCmdQueryStatus);  // nothing of the table is left over before its reply
+  std::vector<uint8_t> next = client.Receive(4);
+  EXPECT_EQ(next, std::vector<uint8_t>({0x3e, 0x72, 0xc9, 0xba}));
+  uint32_t slots[KAVRI_LIB_ADDRESS_SLOTS];
+  memcpy(slots, reply.data(), sizeof slots);
+  EXPECT_EQ(slots[0], KavriReplyGetLibAddresses);
+  // The forked controller shares this program's addresses.
+  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot)
+    EXPECT_EQ(slots[slot], uint32_t(reinterpret_cast<uintptr_t>(kavri::kLibServices[slot - 1].address))) << slot;
+  EXPECT_EQ(slots[59], uint32_t(reinterpret_cast<uintptr_t>(&TextGrph_Update)));
+  EXPECT_TRUE(controller.WaitForStdout("Received get lib adresses command\n"));
+}
+
+TEST(AddressTable, SlotsAreAlphabeticalButForDisplaySetupAndAllDistinct) {
+  std::vector<std::string> names;
+  std::vector<void (*)()> addresses;
+  for (const kavri::LibService& service : kavri::kLibServices) {
+    names.push_back(service.name);
+    addresses.push_back(service.address);
+  }
+  EXPECT_EQ(names[6], "DisplaySetup");  // slot 7
+  names.erase(names.begin() + 6);
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+  std::sort(addresses.begin(), addresses.end());
+  EXPECT_EQ(std::adjacent_find(addresses.begin(), addresses.end()), addresses.end());
+  EXPECT_EQ(names.front(), "BluetoothGetSelfRadioCallNumber");
+  EXPECT_EQ(names.back(), "TextGrph_Update");
+}
+
+TEST(AddressTable, StubSlotsAnswerAsDocumented) {
+  const struct {
+    int slot;
+    int result;
+  } answering[] = {{1, 1}, {3, 1}, {40, 1}, {42, 1}};
+  for (const auto& stub : answering)
+    EXPECT_EQ(reinterpret_cast<int (*)()>(kavri::kLibServices[stub.slot - 1].address)(), stub.result) << stub.slot;
+  auto checkSlice = reinterpret_cast<bool (*)(shm_if_s*)>(kavri::kLibServices[8 - 1].address);
+  EXPECT_FALSE(checkSlice(nullptr));
+  for (int slot : {2, 4, 5, 41}) reinterpret_cast<void (*)()>(kavri::kLibServices[slot - 1].address)();
+}
+
+}  // namespace
