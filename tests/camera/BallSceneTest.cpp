@@ -7,12 +7,11 @@
 #include <string>
 
 #include "ControllerProcess.h"  // WaitFor
+#include "YuyvCanvas.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/SimCamera.h"
 #include "kavri/Camera.h"
-#include "kavri/CameraAnalysisBall.h"
-#include "kavri/KavriLib.h"
 
 namespace {
 
@@ -21,58 +20,27 @@ constexpr int kWidth = 320, kHeight = 240;
 // to this many pixels.
 constexpr double kPositionTolerance = 2;
 
-struct Found {
-  int16_t x = -1, y = -1, radius = -1, quality = -1, level = -1;
-};
-
 class BallSceneTest : public testing::TestWithParam<uint32_t> {
  protected:
-  void SetUp() override { DebugFlags = 0; }
   void TearDown() override { camera_devices::FakeCamera::Uninstall(); }
 };
 
 TEST_P(BallSceneTest, BothFindersReportTheBallWhereTheSceneDrewIt) {
   uint32_t frameNumber = GetParam();
-  camera_devices::FakeCamera& camera = camera_devices::FakeCamera::Install();
-  camera.SetFrameSource([frameNumber](uint32_t, int width, int height) {
+  camera_devices::FakeCamera::Install().SetFrameSource([frameNumber](uint32_t, int width, int height) {
     return camera_devices::SimCameraFrame(frameNumber, width, height);
   });
-
   int16_t frames = 0;
   uint8_t change = 0;
   CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(kWidth, kHeight, 30, 50, &frames, &change);
-  // Whole frame, results in pixels with y downwards like the frame's rows.
-  Found single;
-  CameraAnalysisBallSingleBlock singleBlock{};
-  singleBlock.base.type = CameraAnalysisTypeBallSingleBlock;
-  singleBlock.blockWidth = kWidth;
-  singleBlock.blockHeight = kHeight;
-  singleBlock.radiusMin = 10;
-  singleBlock.radiusMax = 100;
-  singleBlock.threshold = 10;
-  singleBlock.xRangeMax = kWidth;
-  singleBlock.yRangeMin = kHeight;
-  singleBlock.xResult = &single.x;
-  singleBlock.yResult = &single.y;
-  singleBlock.radiusResult = &single.radius;
-  singleBlock.qualityResult = &single.quality;
+  // Whole frame; the single block's results in pixels, y downwards like rows.
+  Results single, multi;
+  auto singleBlock = SingleBlock({0, 0, kWidth, kHeight, 10, 100, 10, 0, kWidth, kHeight, 0}, single);
   // Cells of 40: no 2 x 2 group holds 0.7 x 60 x 60 pixels, so the ball is
   // the whole block's.
-  Found multi;
-  CameraAnalysisBallMultiBlock multiBlock{};
-  multiBlock.base.type = CameraAnalysisTypeBallMultiBlock;
-  multiBlock.blockWidth = kWidth;
-  multiBlock.blockHeight = kHeight;
-  multiBlock.sizeMin = 60;
-  multiBlock.sizeMax = 200;
-  multiBlock.cellSize = 40;
-  multiBlock.xResult = &multi.x;
-  multiBlock.yResult = &multi.y;
-  multiBlock.radiusResult = &multi.radius;
-  multiBlock.qualityResult = &multi.quality;
-  multiBlock.levelResult = &multi.level;
-  counter.base.next = &singleBlock.base;
-  singleBlock.base.next = &multiBlock.base;
+  auto multiBlock = MultiBlock({0, 0, kWidth, kHeight, 60, 200, 40}, multi);
+  counter.base.next = &singleBlock.record.base;
+  singleBlock.record.base.next = &multiBlock.record.base;
 
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
@@ -87,19 +55,17 @@ TEST_P(BallSceneTest, BothFindersReportTheBallWhereTheSceneDrewIt) {
   EXPECT_EQ(errors.find("Camera Error"), std::string::npos) << errors;
 
   camera_devices::SimCameraBall drawn = camera_devices::SimCameraBallAt(frameNumber, kWidth, kHeight);
-  EXPECT_NEAR(single.x, drawn.x, kPositionTolerance);
-  EXPECT_NEAR(single.y, drawn.y, kPositionTolerance);
-  // 2.8 x the spread of a disc is 1.98 x its radius.
-  EXPECT_NEAR(single.radius, 1.98 * drawn.radius, 0.15 * drawn.radius);
-  EXPECT_GT(single.quality, 0);
-
+  EXPECT_NEAR(single.a, drawn.x, kPositionTolerance);
+  EXPECT_NEAR(single.b, drawn.y, kPositionTolerance);
+  EXPECT_NEAR(single.c, 1.98 * drawn.radius, 0.15 * drawn.radius);  // 2.8 x the spread of a disc
   // -1000..1000 across the block, y downwards.
-  EXPECT_NEAR(multi.x, drawn.x * 2000 / kWidth - 1000, kPositionTolerance * 2000 / kWidth);
-  EXPECT_NEAR(multi.y, drawn.y * 2000 / kHeight - 1000, kPositionTolerance * 2000 / kHeight);
+  EXPECT_NEAR(multi.a, drawn.x * 2000 / kWidth - 1000, kPositionTolerance * 2000 / kWidth);
+  EXPECT_NEAR(multi.b, drawn.y * 2000 / kHeight - 1000, kPositionTolerance * 2000 / kHeight);
   // The spread of a disc is radius / sqrt 2; weighting by colourfulness
   // favours its evenly coloured middle.
-  EXPECT_NEAR(multi.radius, drawn.radius / std::sqrt(2.0), 0.2 * drawn.radius);
-  EXPECT_GT(multi.quality, 0);
+  EXPECT_NEAR(multi.c, drawn.radius / std::sqrt(2.0), 0.2 * drawn.radius);
+  EXPECT_GT(single.d, 0);
+  EXPECT_GT(multi.d, 0);
 }
 
 // Three places along the ball's lap: right of centre, lower left, upper right.

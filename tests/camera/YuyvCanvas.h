@@ -1,12 +1,15 @@
-// Packed YUYV frames painted pixel by pixel, and a one-record chain run over
-// them, for the region analyses' suites.
+// Packed YUYV frames painted pixel by pixel, the region analyses' records as
+// a program fills them, and a chain of one record run over a frame.
 #ifndef KAVRI_TESTS_CAMERA_YUYVCANVAS_H
 #define KAVRI_TESTS_CAMERA_YUYVCANVAS_H
 
 #include <cstdint>
+#include <cstdio>
+#include <string>
 #include <vector>
 
-#include "kavri/CameraAnalysis.h"
+#include "kavri/CameraAnalysisBall.h"
+#include "kavri/KavriLib.h"
 
 struct YuyvColour {
   uint8_t y, cb, cr;
@@ -15,35 +18,24 @@ constexpr YuyvColour kNeutralGrey{128, 128, 128};
 
 class YuyvCanvas {
  public:
-  YuyvCanvas(int width, int height, YuyvColour colour = kNeutralGrey) : width_(width), height_(height) {
-    bytes_.resize(size_t(width) * height * 2);
+  YuyvCanvas(int width, int height, YuyvColour colour = kNeutralGrey)
+      : width_(width), height_(height), bytes_(size_t(width) * height * 2) {
     Fill(0, 0, width, height, colour);
   }
-
+  // Chroma bytes belong to the pixel pair that holds x.
+  uint8_t& At(int x, int y, int byte) { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + byte]; }
   uint8_t& Y(int x, int y) { return bytes_[(size_t(y) * width_ + x) * 2]; }
-  // The chroma bytes are shared by the pixel pair that holds x.
-  uint8_t& Cb(int x, int y) { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + 1]; }
-  uint8_t& Cr(int x, int y) { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + 3]; }
 
-  int CbAt(int x, int y) const { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + 1]; }
-  int CrAt(int x, int y) const { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + 3]; }
-
-  void Paint(int x, int y, YuyvColour colour) {
-    Y(x, y) = colour.y;
-    Cb(x, y) = colour.cb;
-    Cr(x, y) = colour.cr;
-  }
+  void Paint(int x, int y, YuyvColour c) { Y(x, y) = c.y, At(x, y, 1) = c.cb, At(x, y, 3) = c.cr; }
   void Fill(int left, int top, int width, int height, YuyvColour colour) {
     for (int y = top; y < top + height; ++y)
       for (int x = left; x < left + width; ++x) Paint(x, y, colour);
   }
-  // Every pixel within radius of the centre (pixel centres at whole numbers).
   void Disc(int centreX, int centreY, int radius, YuyvColour colour) {
     for (int y = centreY - radius; y <= centreY + radius; ++y)
       for (int x = centreX - radius; x <= centreX + radius; ++x)
         if ((x - centreX) * (x - centreX) + (y - centreY) * (y - centreY) <= radius * radius) Paint(x, y, colour);
   }
-
   const uint8_t* data() const { return bytes_.data(); }
   int width() const { return width_; }
   int height() const { return height_; }
@@ -53,13 +45,75 @@ class YuyvCanvas {
   std::vector<uint8_t> bytes_;
 };
 
-// Capture start, one frame and capture stop, as the capture thread would run
-// them for a chain of this one record.
+// Capture start, one frame and capture stop, as the capture thread runs them.
 inline void RunOneFrame(CameraAnalysisBase& record, const YuyvCanvas& frame, const YuyvCanvas* previous = nullptr) {
-  record.next = nullptr;
   CameraInitAnalysis(&record, frame.width(), frame.height());
   CameraRunAnalysis(&record, frame.data(), previous ? previous->data() : frame.data(), nullptr, 0);
   CameraUninitAnalysis(&record);
+}
+
+inline void RunOneFrame(CameraAnalysisBase&& record, const YuyvCanvas& frame) { RunOneFrame(record, frame); }
+
+// What a run with debug bit 2 writes to DebugFile.
+inline std::string DebugOutput(CameraAnalysisBase& record, const YuyvCanvas& frame,
+                               const YuyvCanvas* previous = nullptr) {
+  FILE* file = tmpfile();
+  FILE* savedFile = DebugFile;
+  DebugFile = file;
+  DebugFlags = 2;
+  RunOneFrame(record, frame, previous);
+  DebugFile = savedFile;
+  DebugFlags = 0;
+  std::string text(size_t(ftell(file)), '\0');
+  rewind(file);
+  text.resize(fread(text.data(), 1, text.size(), file));
+  fclose(file);
+  return text;
+}
+
+constexpr int16_t kUntouched = -7;
+
+// Results of any analysis; None() is what "no ball" writes.
+struct Results {
+  int16_t a = kUntouched, b = kUntouched, c = kUntouched, d = kUntouched, e = kUntouched;
+  bool None() const { return a == 0 && b == 0 && c == 0 && d == 0; }
+};
+
+// The ball records with room for exclusions behind them, as a program lays
+// them out.
+template <typename Record>
+struct WithExclusions {
+  Record record;
+  CameraAnalysisBallSingleBlock::Exclusion exclusions[4];
+};
+
+struct SingleSetup {
+  int blockX = 0, blockY = 0, blockWidth = 160, blockHeight = 120;
+  int radiusMin = 2, radiusMax = 100, threshold = 10;
+  int xMin = 0, xMax = 160, yMin = 120, yMax = 0;  // outputs in pixels of a 160 x 120 frame, y downwards
+};
+
+// clang-format off
+inline WithExclusions<CameraAnalysisBallSingleBlock> SingleBlock(const SingleSetup& s, Results& out) {
+  return {{{CameraAnalysisTypeBallSingleBlock, nullptr, 0, 0}, s.blockX, s.blockY, s.blockWidth, s.blockHeight,
+           s.radiusMin, s.radiusMax, s.threshold, s.xMin, s.xMax, s.yMin, s.yMax, &out.a, &out.b, &out.c, &out.d}};
+}
+// clang-format on
+
+struct MultiSetup {
+  int blockX = 0, blockY = 0, blockWidth = 64, blockHeight = 64;
+  int sizeMin = 4, sizeMax = 10, cellSize = 16;
+};
+
+// clang-format off
+inline WithExclusions<CameraAnalysisBallMultiBlock> MultiBlock(const MultiSetup& s, Results& out) {
+  return {{{CameraAnalysisTypeBallMultiBlock, nullptr, 0, 0}, s.blockX, s.blockY, s.blockWidth, s.blockHeight,
+           &out.a, &out.b, &out.c, &out.d, &out.e, {}, s.sizeMin, s.sizeMax, s.cellSize}};
+}
+// clang-format on
+
+inline std::string DebugOutput(CameraAnalysisBase&& record, const YuyvCanvas& frame) {
+  return DebugOutput(record, frame);
 }
 
 #endif
