@@ -37,7 +37,7 @@ void RedirectTo(const std::string& path, int fd) {
 [[noreturn]] void RunChild(const ControllerConfig& config, const std::string& directory, int port) {
   RedirectTo(directory + "/stdout", STDOUT_FILENO);
   RedirectTo(directory + "/stderr", STDERR_FILENO);
-  setvbuf(stdout, nullptr, _IONBF, 0);
+  if (!config.bufferedOutput) setvbuf(stdout, nullptr, _IONBF, 0);
   static std::string versionPath = directory + "/sysversion";
   if (config.sysVersion) std::ofstream(versionPath) << *config.sysVersion;
   SysVersionFile = versionPath.c_str();

@@ -17,6 +17,9 @@ struct ControllerConfig {
   std::optional<std::string> sysVersion;  // contents of the version file; none: no file
   int debugFlags = 0;
   int port = 0;                           // 0: a free port, chosen again if taken
+  // Standard output fully buffered, as a service's is when it goes to a file;
+  // tests leave it unbuffered so that they can watch it line by line.
+  bool bufferedOutput = false;
   // Runs in the child after KavriLib_Init, e.g. to print library state.
   std::function<void()> afterInit;
 };
