@@ -5,12 +5,16 @@
 // (defined in the group's own file) and call it below.
 void AddInfoCommands(CLI::App& app, PcContext& context);
 void AddProgramCommands(CLI::App& app, PcContext& context);
+void AddOnlineCommands(CLI::App& app, PcContext& context);
+void AddCameraCommands(CLI::App& app, PcContext& context);
 
 namespace {
 
 void AddCommandGroups(CLI::App& app, PcContext& context) {
   AddInfoCommands(app, context);
   AddProgramCommands(app, context);
+  AddOnlineCommands(app, context);
+  AddCameraCommands(app, context);
 }
 
 }  // namespace
