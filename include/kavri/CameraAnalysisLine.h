@@ -12,24 +12,24 @@ extern "C" {
 // Type 2: the strongest single stripe crossing the scan line, found as a
 // plateau of line-ness between a minimum and a maximum width.
 struct CameraAnalysisMaxOnLine {
-  CameraAnalysisBase base;  // 0
-  int32_t startX;           // 16  first end of the scan line, pixels
-  int32_t startY;           // 20
-  int32_t endX;             // 24  second end; the last sample lies just short of it
-  int32_t endY;             // 28
-  uint16_t colorCheck;      // 32  nonzero: a candidate must also pass the ranges below
-  int16_t brightnessMin;    // 34  percent
-  int16_t brightnessMax;    // 36  percent; negative: no brightness test, shares un-normalised
-  int16_t redMin;           // 38  channel shares, 100 = neutral grey
-  int16_t greenMin;         // 40
-  int16_t blueMin;          // 42
-  int16_t redMax;           // 44
-  int16_t greenMax;         // 46
-  int16_t blueMax;          // 48
-  uint16_t colorAxis;       // 50  nonzero: line-ness is closeness to the taught line colour
-  uint16_t lineColorR;      // 52  0..255
-  uint16_t lineColorG;      // 54
-  uint16_t lineColorB;      // 56
+  CameraAnalysisBase base;    // 0
+  int32_t startX;             // 16  first end of the scan line, pixels
+  int32_t startY;             // 20
+  int32_t endX;               // 24  second end; the last sample lies just short of it
+  int32_t endY;               // 28
+  uint16_t colorCheck;        // 32  nonzero: a candidate must also pass the ranges below
+  int16_t brightnessMin;      // 34  percent
+  int16_t brightnessMax;      // 36  percent; negative: no brightness test, shares un-normalised
+  int16_t redMin;             // 38  channel shares, 100 = neutral grey
+  int16_t greenMin;           // 40
+  int16_t blueMin;            // 42
+  int16_t redMax;             // 44
+  int16_t greenMax;           // 46
+  int16_t blueMax;            // 48
+  uint16_t colorAxis;         // 50  nonzero: line-ness is closeness to the taught line colour
+  uint16_t lineColorR;        // 52  0..255
+  uint16_t lineColorG;        // 54
+  uint16_t lineColorB;        // 56
   uint16_t backgroundColorR;  // 58  0..255, the floor
   uint16_t backgroundColorG;  // 60
   uint16_t backgroundColorB;  // 62
@@ -43,15 +43,15 @@ struct CameraAnalysisMaxOnLine {
   int16_t* qualityResult;     // 88
   int16_t* widthResult;       // 92  samples
   // Written by Init.
-  int32_t sampleCount;   // 96   N
-  float xOrigin;         // 100
-  float xStep;           // 104
-  float yOrigin;         // 108
-  float yStep;           // 112
-  int32_t* valueBuffer;  // 116  N entries each
-  int32_t* redBuffer;    // 120
-  int32_t* greenBuffer;  // 124
-  int32_t* blueBuffer;   // 128
+  int32_t sampleCount;    // 96   N
+  float xOrigin;          // 100
+  float xStep;            // 104
+  float yOrigin;          // 108
+  float yStep;            // 112
+  int32_t* valueBuffer;   // 116  N entries each
+  int32_t* redBuffer;     // 120
+  int32_t* greenBuffer;   // 124
+  int32_t* blueBuffer;    // 128
   int32_t* erodedBuffer;  // 132
   int32_t weightR;        // 136  16.16
   int32_t weightG;        // 140
@@ -68,23 +68,23 @@ struct CameraAnalysisMaxOnLine {
 // between the limits at once; in colour (AnalyzeColor) or on luma alone
 // (AnalyzeBW), chosen by the color flag.
 struct CameraAnalysisMaxOnLine2 {
-  CameraAnalysisBase base;  // 0
-  int32_t startX;           // 16
-  int32_t startY;           // 20
-  int32_t endX;             // 24
-  int32_t endY;             // 28
-  int32_t widthMin;         // 32  output units; Init turns it into samples
-  int32_t widthMax;         // 36  output units; Init turns it into samples
-  int32_t threshold;        // 40  percent; Init turns it into 1/256 units
-  int32_t lineCountMax;     // 44  result slots the program provides; at most 5 are used
-  uint8_t bright;           // 48  nonzero: lines brighter than their surroundings
-  uint8_t color;            // 49  nonzero: AnalyzeColor, else AnalyzeBW
-  uint8_t whiteBalance;     // 50  colour only: balance the channels on their medians
-  uint8_t refine;           // 51  re-measure each line around its position and width
-  uint8_t fineWidthStep;    // 52  luma refine in steps of one sample instead of two
-  uint8_t reserved53[3];    // 53
-  int32_t rangeMin;         // 56  output value of sample 0
-  int32_t rangeMax;         // 60  output value of sample N
+  CameraAnalysisBase base;        // 0
+  int32_t startX;                 // 16
+  int32_t startY;                 // 20
+  int32_t endX;                   // 24
+  int32_t endY;                   // 28
+  int32_t widthMin;               // 32  output units; Init turns it into samples
+  int32_t widthMax;               // 36  output units; Init turns it into samples
+  int32_t threshold;              // 40  percent; Init turns it into 1/256 units
+  int32_t lineCountMax;           // 44  result slots the program provides; at most 5 are used
+  uint8_t bright;                 // 48  nonzero: lines brighter than their surroundings
+  uint8_t color;                  // 49  nonzero: AnalyzeColor, else AnalyzeBW
+  uint8_t whiteBalance;           // 50  colour only: balance the channels on their medians
+  uint8_t refine;                 // 51  re-measure each line around its position and width
+  uint8_t fineWidthStep;          // 52  luma refine in steps of one sample instead of two
+  uint8_t reserved53[3];          // 53
+  int32_t rangeMin;               // 56  output value of sample 0
+  int32_t rangeMax;               // 60  output value of sample N
   int16_t* positionResults[5];    // 64   any pointer may be null
   int16_t* strengthResults[5];    // 84
   int16_t* widthResults[5];       // 104

@@ -39,17 +39,12 @@ int32_t MinimumOf(const int32_t* buffer, int64_t first, int64_t count) {
 }  // namespace
 
 void CameraAnalysisMaxOnLine::Init() {
-  CameraScanLine line = CameraScanLineBetween(startX, startY, endX, endY);
-  sampleCount = line.count <= kCameraScanMaxSamples ? int32_t(line.count) : 0;
-  xOrigin = line.xOrigin;
-  xStep = line.xStep;
-  yOrigin = line.yOrigin;
-  yStep = line.yStep;
+  const int64_t count = CameraScanLineInit(*this);
   valueBuffer = redBuffer = greenBuffer = blueBuffer = erodedBuffer = nullptr;
   weightR = weightG = weightB = weightOffset = 0;
-  if (line.count < kMinSamples || line.count > kCameraScanMaxSamples) {
+  if (count < kMinSamples || count > kCameraScanMaxSamples) {
     fprintf(stderr, "ERROR camera line record with a scan line of %lld samples (%lld to %lld taken)\n",
-            (long long)line.count, (long long)kMinSamples, (long long)kCameraScanMaxSamples);
+            (long long)count, (long long)kMinSamples, (long long)kCameraScanMaxSamples);
     return;
   }
   if (colorAxis) {
@@ -75,7 +70,7 @@ void CameraAnalysisMaxOnLine::Init() {
   }
   // The buffers are allocated last, so that a record refused above holds none.
   int32_t** buffers[] = {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer, &erodedBuffer};
-  for (int32_t** buffer : buffers) *buffer = static_cast<int32_t*>(calloc(size_t(line.count), sizeof(int32_t)));
+  for (int32_t** buffer : buffers) *buffer = static_cast<int32_t*>(calloc(size_t(count), sizeof(int32_t)));
   if (!valueBuffer || !redBuffer || !greenBuffer || !blueBuffer || !erodedBuffer) {
     fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
     Uninit();
@@ -90,8 +85,8 @@ void CameraAnalysisMaxOnLine::Uninit() {
   }
 }
 
-void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*,
-                                      const unsigned char*, int) {
+void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*, const unsigned char*,
+                                      int) {
   const int32_t wmin = widthMin, h = CameraSub32(widthMax, widthMin) / 2;
   // A record Init refused behaves as one with unusable widths.
   if (!valueBuffer || wmin < 1 || h < 1) {
@@ -157,8 +152,8 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
       if (!colourRecorded) recorded = shares;
       colourRecorded = true;
       if (brightnessMax >= 0 && (shares.w < brightnessMin || shares.w > brightnessMax)) continue;
-      if (shares.r < redMin || shares.r > redMax || shares.g < greenMin || shares.g > greenMax ||
-          shares.b < blueMin || shares.b > blueMax)
+      if (shares.r < redMin || shares.r > redMax || shares.g < greenMin || shares.g > greenMax || shares.b < blueMin ||
+          shares.b > blueMax)
         continue;
     }
     best = peak;
@@ -188,9 +183,9 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
       // With a single candidate place the line can only be in the middle.
       const int32_t places = n - 4 - wmin - 2 * h;
       position = places ? std::clamp((middle - h) * 2000 / places - 1000, -1000, 1000) : 0;
-      int32_t q1 = CameraDiv32(
-          CameraMul32(CameraSub32(CameraSub32(best, std::max(bestLeft, bestRight)), contrastMin), 1000),
-          CameraSub32(kFullScale, contrastMin));
+      int32_t q1 =
+          CameraDiv32(CameraMul32(CameraSub32(CameraSub32(best, std::max(bestLeft, bestRight)), contrastMin), 1000),
+                      CameraSub32(kFullScale, contrastMin));
       int32_t q2 = CameraDiv32(CameraMul32(1000, CameraSub32(best, peakMin)), CameraSub32(kFullScale, peakMin));
       quality = CameraMul32(q1, q2) / 1000;
       if (quality < 0) quality = 1;  // a found line never reports 0
@@ -203,9 +198,9 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
 
   if (DebugFlags & kCameraDebugAnalysis) {
     fprintf(DebugFile, "MOL%d-%d p=%d q=%d hA=%d wrgb=%d/%d/%d/%d bL=%d bR=%d hRel=%d, m=%d, w=%d\n",
-            int(CameraFrameCount.load(std::memory_order_relaxed)), index, int(int16_t(position)),
-            int(int16_t(quality)), OfFullScale(best), recorded.w, recorded.r, recorded.g, recorded.b,
-            OfFullScale(bestLeft), OfFullScale(bestRight),
-            OfFullScale(std::min(CameraSub32(best, bestLeft), CameraSub32(best, bestRight))), middle, width);
+            int(CameraFrameCount.load(std::memory_order_relaxed)), index, int(int16_t(position)), int(int16_t(quality)),
+            OfFullScale(best), recorded.w, recorded.r, recorded.g, recorded.b, OfFullScale(bestLeft),
+            OfFullScale(bestRight), OfFullScale(std::min(CameraSub32(best, bestLeft), CameraSub32(best, bestRight))),
+            middle, width);
   }
 }

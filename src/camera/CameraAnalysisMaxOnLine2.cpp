@@ -68,16 +68,11 @@ void PrefixSums(int32_t* buffer, int32_t n, bool bright) {
 }  // namespace
 
 void CameraAnalysisMaxOnLine2::Init() {
-  CameraScanLine line = CameraScanLineBetween(startX, startY, endX, endY);
-  sampleCount = line.count <= kCameraScanMaxSamples ? int32_t(line.count) : 0;
-  xOrigin = line.xOrigin;
-  xStep = line.xStep;
-  yOrigin = line.yOrigin;
-  yStep = line.yStep;
+  const int64_t count = CameraScanLineInit(*this);
   valueBuffer = redBuffer = greenBuffer = blueBuffer = nullptr;
-  if (line.count > kCameraScanMaxSamples) {
+  if (count > kCameraScanMaxSamples) {
     fprintf(stderr, "ERROR camera line record with a scan line of %lld samples (at most %lld taken)\n",
-            (long long)line.count, (long long)kCameraScanMaxSamples);
+            (long long)count, (long long)kCameraScanMaxSamples);
     return;
   }
   const int32_t range = CameraSub32(rangeMax, rangeMin);
@@ -182,8 +177,11 @@ class LineSearch {
   }
 
   void RefineColor() {
-    Refine([](int32_t w0) { return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2}; },
-           [this](int32_t c, int32_t tw) { return buffers_.BestResponse(c, tw); }, false);
+    Refine(
+        [](int32_t w0) {
+          return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
+        },
+        [this](int32_t c, int32_t tw) { return buffers_.BestResponse(c, tw); }, false);
   }
 
   void RefineBW() {
@@ -237,8 +235,8 @@ class LineSearch {
   // Clears the slots from first on, never past the five the record has.
   static void ClearSlots(CameraAnalysisMaxOnLine2& record, int first, bool colour) {
     for (int i = first; i < std::min(record.lineCountMax, kCameraLineSlots); ++i) {
-      for (int16_t* const* slots : {record.positionResults, record.strengthResults, record.widthResults,
-                                    record.brightnessResults})
+      for (int16_t* const* slots :
+           {record.positionResults, record.strengthResults, record.widthResults, record.brightnessResults})
         CameraStoreResult(slots[i], 0);
       if (colour)
         for (int16_t* const* slots : {record.redResults, record.greenResults, record.blueResults})
@@ -320,9 +318,8 @@ void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, 
   if (Unusable(*this, false)) return;
   const int32_t n = sampleCount;
   CameraScanFrame image{frame, base.width, base.height};
-  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
-    valueBuffer[i + 1] = image.Luma(x, y);
-  });
+  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n,
+                 [&](int32_t i, double x, double y) { valueBuffer[i + 1] = image.Luma(x, y); });
   PrefixSums(valueBuffer, n, bright);
   SumBuffers buffers{{valueBuffer}, 1};
   LineSearch search(*this, buffers);

@@ -54,7 +54,8 @@ class CameraLineList {
   }
 
   void SortByPosition() {
-    std::stable_sort(lines_, lines_ + size_, [](const CameraLine& a, const CameraLine& b) { return a.position < b.position; });
+    std::stable_sort(lines_, lines_ + size_,
+                     [](const CameraLine& a, const CameraLine& b) { return a.position < b.position; });
   }
 
  private:

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 
 #include "CameraColor.h"
@@ -56,13 +55,28 @@ inline CameraScanLine CameraScanLineBetween(int32_t startX, int32_t startY, int3
   return line;
 }
 
+// Sets a record's sample count, origins and steps for its scan line, and
+// returns the true count: a line longer than kCameraScanMaxSamples is
+// recorded with 0 samples.
+template <typename Record>
+int64_t CameraScanLineInit(Record& record) {
+  CameraScanLine line = CameraScanLineBetween(record.startX, record.startY, record.endX, record.endY);
+  record.sampleCount = line.count <= kCameraScanMaxSamples ? int32_t(line.count) : 0;
+  record.xOrigin = line.xOrigin;
+  record.xStep = line.xStep;
+  record.yOrigin = line.yOrigin;
+  record.yStep = line.yStep;
+  return line.count;
+}
+
 // A decoded packed 4:2:2 frame as the finders read it.
 struct CameraScanFrame {
   const unsigned char* data;
   int32_t width, height;
 
-  // Luma of the pixel, or 0 outside the frame (also for coordinates far
-  // beyond int range, which are compared before they are converted).
+  // Luma of the pixel at (floor x, floor y), or 0 outside the frame (also
+  // for coordinates far beyond int range, which are compared before they are
+  // converted).
   int32_t Luma(double x, double y) const {
     if (!(x >= 0 && x < width && y >= 0 && y < height)) return 0;
     return data[(size_t(y) * size_t(width) + size_t(x)) * 2];
@@ -77,13 +91,16 @@ struct CameraScanFrame {
   }
 };
 
-// Calls visit(i, x, y) for i = 0 .. count-1 with the rounded coordinates of
-// sample i, still as doubles.
+// Calls visit(i, x, y) for i = 0 .. count-1, where the floors of x and y
+// are the pixel of sample i (coordinates rounded half up). The floor itself
+// is left to the frame's accessors: for a pixel inside the frame it is a
+// plain conversion, and the frame test needs none (a library call on both
+// targets).
 template <typename Visit>
 void CameraScanWalk(float xOrigin, float xStep, float yOrigin, float yStep, int32_t count, Visit visit) {
   float xf = xOrigin, yf = yOrigin;
   for (int32_t i = 0; i < count; ++i) {
-    visit(i, std::floor(double(xf) + 0.5), std::floor(double(yf) + 0.5));
+    visit(i, double(xf) + 0.5, double(yf) + 0.5);
     xf += xStep;
     yf += yStep;
   }

@@ -111,7 +111,7 @@ TEST_F(LineFinder2, ReportsTheFirstLineAsTheRulesSay) {
 
 TEST_F(LineFinder2, DebugLinesAndClearingOfTheProvidedSlots) {
   Slots found, none;
-  CameraAnalysisMaxOnLine2 luma = Finder(found), colour = Finder(none, [](auto& r) { r.color = 1, r.lineCountMax = 3; });
+  CameraAnalysisMaxOnLine2 luma = Finder(found), colour = Finder(none, [](auto&r) { r.color = 1, r.lineCountMax = 3; });
   EXPECT_EQ(CaptureDebugLines([&] { RunChainOnce(luma, Striped(128, 32, 220, 40, 50, {40})); }),
             "MOL7-0-0 p=45 q=179 w=10 bw=40\n");
   EXPECT_EQ(CaptureDebugLines([&] { RunChainOnce(colour, StripeFrame(128, 32, {150})); }), "MOL7-0 NO LINE FOUND\n");
@@ -130,9 +130,8 @@ TEST_F(LineFinder2, OfMoreThanFiveLinesTheFiveStrongestAreReportedLeftToRight) {
   for (int k = 0; k < 7; ++k) frame.Columns(15 + 30 * k, 23 + 30 * k, {lumas[k]});
   for (int32_t asked : {5, 7}) {
     Slots slots;
-    CameraAnalysisMaxOnLine2 record = Finder(slots, [=](auto& r) {
-      r.endX = r.rangeMax = 240, r.widthMax = 12, r.threshold = 10, r.lineCountMax = asked;
-    });
+    CameraAnalysisMaxOnLine2 record = Finder(
+        slots, [=](auto& r) { r.endX = r.rangeMax = 240, r.widthMax = 12, r.threshold = 10, r.lineCountMax = asked; });
     testing::internal::CaptureStderr();
     RunChainOnce(record, frame);
     testing::internal::GetCapturedStderr();
@@ -147,7 +146,7 @@ TEST_F(LineFinder2, InitConvertsWidthsAndThresholdToSamples) {
   const std::pair<std::array<int32_t, 6>, std::array<int32_t, 3>> cases[] = {
       {{100, 0, 1000, 100, 300, 20}, {10, 30, 51}},  // to the nearest sample
       {{100, -500, 500, 149, 151, 33}, {15, 15, 84}},
-      {{100, 0, 100, 1, 80, 0}, {2, 50, 0}},  // at least 2, at most N/2
+      {{100, 0, 100, 1, 80, 0}, {2, 50, 0}},      // at least 2, at most N/2
       {{102, 0, 102, 3, 60, 100}, {3, 50, 256}},  // N/2 = 51 rounded down to even
   };
   for (auto [in, out] : cases) {

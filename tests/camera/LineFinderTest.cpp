@@ -69,13 +69,17 @@ TEST_F(LineFinder, FindsWhatTheRulesSay) {
       // edges close in to 39 and 47.
       {"a negative quality reports 1", one, [](auto& r) { r.contrastThreshold = 110; }, {-62, 1, 8}},
       // Zero divisors divide to 0 as on the controller; edges 38 and 48.
-      {"full-scale thresholds give quality 0", one, [](auto& r) { r.peakThreshold = r.contrastThreshold = 100; },
+      {"full-scale thresholds give quality 0",
+       one,
+       [](auto& r) { r.peakThreshold = r.contrastThreshold = 100; },
        {-62, 0, 10}},
       // 30 samples: floor to 19, luma 50 to 24, luma 80 to 29. Without a
       // contrast to pass the right edge runs to the end mark at 26, the left
       // stops at 18: width 8, middle 22, quality 70 * 2129 / 1000.
-      {"a line touching the end stops at N - 4", end.Columns(20, 25, {50}).Columns(25, 40, {80}),
-       [](auto& r) { r.endX = 30, r.widthMax = 8, r.peakThreshold = r.contrastThreshold = 0; }, {1000, 149, 8}},
+      {"a line touching the end stops at N - 4",
+       end.Columns(20, 25, {50}).Columns(25, 40, {80}),
+       [](auto& r) { r.endX = 30, r.widthMax = 8, r.peakThreshold = r.contrastThreshold = 0; },
+       {1000, 149, 8}},
       {"a stripe wider than width max is none", wide.Columns(40, 70, {50}), {}, {0, 0, 0}},
       {"a plain floor has none", floor_, {}, {0, 0, 0}},
   };
@@ -90,7 +94,8 @@ TEST_F(LineFinder, UnusableWidthsWriteMinusOneAndNothingElse) {
   floor_.Columns(40, 50, {50});
   for (auto [low, high] : {std::pair{0, 15}, {-3, 15}, {5, 6}, {9, 4}, {INT_MAX - 1, INT_MAX}}) {
     std::string debug;
-    Results results = RunFinder(floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high; }, &debug);
+    Results results = RunFinder(
+        floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high; }, &debug);
     EXPECT_EQ(results, (Results{-1, 99, 99})) << low << ".." << high;
     EXPECT_EQ(debug, "") << low << ".." << high;
   }
@@ -103,7 +108,8 @@ TEST_F(LineFinder, SamplesOutsideTheFrameCountAsBlack) {
   small.Columns(20, 30, {50});
   large.Columns(30, 94, {200}).Columns(50, 60, {50});
   std::string outsideDebug, insideDebug;
-  Results outside = RunFinder(small, [](auto& r) { r.startX = -30, r.endX = 70; }, &outsideDebug);
+  Results outside = RunFinder(
+      small, [](auto& r) { r.startX = -30, r.endX = 70; }, &outsideDebug);
   Results inside = RunFinder(large, {}, &insideDebug);
   EXPECT_GT(inside.width, 0) << "the stripe is found";
   EXPECT_EQ(outside, inside);
@@ -121,8 +127,10 @@ TEST_F(LineFinder, ColourCheckWithAndWithoutBrightness) {
   };
   StripeFrame frame(128, 32, {100});
   frame.Columns(40, 52, {150, 128, 168});
-  for (const Case& c : {Case{0, 200, 110, 140, true, "123/124/80/95"}, {0, 200, 130, 200, false, "123/124/80/95"},
-                        {0, 100, 110, 140, false, "123/124/80/95"}, {-5, -1, 380, 400, true, "-1/390/252/300"},
+  for (const Case& c : {Case{0, 200, 110, 140, true, "123/124/80/95"},
+                        {0, 200, 130, 200, false, "123/124/80/95"},
+                        {0, 100, 110, 140, false, "123/124/80/95"},
+                        {-5, -1, 380, 400, true, "-1/390/252/300"},
                         {-5, -1, 110, 140, false, "-1/390/252/300"}}) {
     bool shares = c.brightnessMax >= 0;
     std::string debug;
@@ -174,7 +182,9 @@ TEST_F(LineFinder, UnsafeRecordsAreRefusedOrKeptInBounds) {
   }
   for (auto [low, high] : {std::pair{1, INT_MAX}, {90, 100}, {200, 300}})
     for (int32_t threshold : {INT_MIN, 1000000, INT_MAX})
-      RunFinder(floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high, r.peakThreshold = r.contrastThreshold = threshold; });
+      RunFinder(floor_, [=](auto& r) {
+        r.widthMin = low, r.widthMax = high, r.peakThreshold = r.contrastThreshold = threshold;
+      });
 }
 
 }  // namespace

@@ -1,0 +1,109 @@
+// The line finders against decoding the frame they look at, and the
+// multi-width finder's cost as its scan line grows.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <vector>
+
+#include "camera_devices/SimCamera.h"
+#include "kavri/Camera.h"
+
+namespace {
+
+constexpr int kWidth = 320, kHeight = 240;
+
+// Processor time of this thread: other builds on the machine do not count.
+double ThreadSeconds() {
+  timespec now;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return double(now.tv_sec) + now.tv_nsec * 1e-9;
+}
+
+CameraAnalysisMaxOnLine SingleFinder(int startX, int startY, int endX, int endY, int16_t* results) {
+  CameraAnalysisMaxOnLine record{{CameraAnalysisTypeMaxOnLine}, startX, startY, endX, endY};
+  record.widthMin = 5, record.widthMax = 15, record.peakThreshold = 30, record.contrastThreshold = 20;
+  record.positionResult = &results[0], record.qualityResult = &results[1], record.widthResult = &results[2];
+  return record;
+}
+
+// Widths from 4 samples up to half the scan line: every round of the search.
+CameraAnalysisMaxOnLine2 MultiFinder(int startX, int startY, int endX, int endY, bool colour, int16_t* results) {
+  CameraAnalysisMaxOnLine2 record{{CameraAnalysisTypeMaxOnLine2}, startX, startY, endX, endY, 4, 0, 20, 5};
+  record.color = colour;
+  record.refine = 1;
+  record.rangeMax = record.widthMax = std::max(std::abs(endX - startX), std::abs(endY - startY));
+  for (int i = 0; i < 5; ++i) record.positionResults[i] = &results[i], record.widthResults[i] = &results[5 + i];
+  return record;
+}
+
+// One finder on the simulated scene, timed in the same loop as decoding the
+// frame; the counter "percent" is the finder's share of the decode.
+template <typename Record>
+void FinderAgainstDecode(benchmark::State& state, Record record) {
+  std::vector<uint8_t> jpeg = camera_devices::SimCameraFrame(7, kWidth, kHeight);
+  std::vector<unsigned char> image(CameraDecodedAllocation(kWidth, kHeight));
+  CameraInitAnalysis(&record.base, kWidth, kHeight);
+  double finding = 0, decoding = 0;
+  for (auto _ : state) {
+    double start = ThreadSeconds();
+    xoProJpegDec(jpeg.data(), int(jpeg.size()), image.data(), int(image.size()));
+    double middle = ThreadSeconds();
+    record.Analyze(0, image.data(), image.data(), nullptr, 0);
+    finding += ThreadSeconds() - middle;
+    decoding += middle - start;
+  }
+  CameraUninitAnalysis(&record.base);
+  state.counters["finder_us"] = finding / double(state.iterations()) * 1e6;
+  state.counters["decode_us"] = decoding / double(state.iterations()) * 1e6;
+  state.counters["percent"] = 100 * finding / decoding;
+}
+
+int16_t results[10];
+
+void BM_SingleRow(benchmark::State& state) { FinderAgainstDecode(state, SingleFinder(0, 200, kWidth, 200, results)); }
+void BM_SingleDiagonal(benchmark::State& state) {
+  FinderAgainstDecode(state, SingleFinder(0, 0, kWidth - 1, kHeight - 1, results));
+}
+void BM_MultiRow(benchmark::State& state) {
+  FinderAgainstDecode(state, MultiFinder(0, 200, kWidth, 200, state.range(0), results));
+}
+void BM_MultiDiagonal(benchmark::State& state) {
+  FinderAgainstDecode(state, MultiFinder(0, 0, kWidth - 1, kHeight - 1, state.range(0), results));
+}
+
+// Scan lines of n samples over dark stripes 8 pixels wide every 40; the
+// fitted complexity and ns per sample show how the cost grows.
+void BM_MultiScanLength(benchmark::State& state, bool colour) {
+  const int n = int(state.range(0));
+  std::vector<unsigned char> frame(size_t(n) * 2 * 2, 200);
+  for (int x = 0; x < n; ++x)
+    if (x % 40 < 8) frame[2 * x] = frame[2 * (n + x)] = 40;
+  CameraAnalysisMaxOnLine2 record = MultiFinder(0, 1, n, 1, colour, results);
+  CameraInitAnalysis(&record.base, n, 2);
+  for (auto _ : state) record.Analyze(0, frame.data(), frame.data(), nullptr, 0);
+  CameraUninitAnalysis(&record.base);
+  state.SetComplexityN(n);
+  state.counters["s_per_sample"] =
+      benchmark::Counter(double(n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+}  // namespace
+
+BENCHMARK(BM_SingleRow)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SingleDiagonal)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MultiRow)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MultiDiagonal)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_MultiScanLength, luma, false)
+    ->RangeMultiplier(10)
+    ->Range(100, 10000)
+    ->Complexity(benchmark::oNLogN)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_MultiScanLength, colour, true)
+    ->RangeMultiplier(10)
+    ->Range(100, 10000)
+    ->Complexity(benchmark::oNLogN)
+    ->Unit(benchmark::kMicrosecond);
+
+BENCHMARK_MAIN();
