@@ -53,11 +53,14 @@ Ball SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, in
       const CameraBallMoments* below = tables + int64_t(r) * block.cellsAcross + c;
       const CameraBallMoments* above = below - block.cellsAcross;
       Ball group;
+      const CameraBallMoments* cells[] = {above - 1, above, below - 1, below};
       for (int t = 255; t >= 0; --t) {
+        // Most levels are decided by the count alone.
+        uint32_t n = cells[0]->count[t] + cells[1]->count[t] + cells[2]->count[t] + cells[3]->count[t];
+        if (n < fewest) continue;
+        if (n > most) break;
         Totals blob;
-        for (const CameraBallMoments* cell : {above - 1, above, below - 1, below}) blob.Add(*cell, t);
-        if (blob.n < fewest) continue;
-        if (blob.n > most) break;
+        for (const CameraBallMoments* cell : cells) blob.Add(*cell, t);
         Judge(blob, t, group);
       }
       if (group.quality > best.quality) best = group;

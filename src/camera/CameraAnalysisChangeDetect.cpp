@@ -21,17 +21,8 @@ CameraRect Inside(const CameraAnalysisChangeDetect& detect) {
 // that.
 void CameraAnalysisChangeDetect::Init() {
   threshold = CameraSaturate(int64_t(threshold) * 256 / 100);
-  CameraRect inside = Inside(*this);
-  if (inside.Empty())
-    fprintf(stderr,
-            "ERROR change detection %d,%d %dx%d has no pixels in the frame: it "
-            "reports no change\n",
-            x, y, w, h);
-  else if (!CameraRectCovers(inside, x, y, w, h))
-    fprintf(stderr,
-            "ERROR change detection %d,%d %dx%d reaches outside the frame: "
-            "only the part inside is watched\n",
-            x, y, w, h);
+  CameraReportRect("change detection", Inside(*this), x, y, w, h, "it reports no change",
+                   "only the part inside is watched");
 }
 
 void CameraAnalysisChangeDetect::Uninit() {}
@@ -44,13 +35,16 @@ void CameraAnalysisChangeDetect::Analyze(int index, const unsigned char* frame, 
     int64_t start = (int64_t(row) * base.width + inside.left) * 2;
     const unsigned char* now = frame + start;
     const unsigned char* before = previousFrame + start;
-    for (int32_t i = 0; i < 2 * inside.Width(); i += 2) {
-      int32_t difference = abs(int32_t(now[i]) - int32_t(before[i]));
-      if (difference > threshold) {
-        ++count;
-        sum += difference;
-      }
+    // Without branches, in 32 bits per row: the loop vectorises.
+    uint32_t rowCount = 0, rowSum = 0;
+    for (int32_t i = 0; i < inside.Width(); ++i) {
+      int32_t difference = abs(int32_t(now[2 * i]) - int32_t(before[2 * i]));
+      uint32_t counts = difference > threshold;
+      rowCount += counts;
+      rowSum += counts * uint32_t(difference);
     }
+    count += rowCount;
+    sum += rowSum;
   }
   int32_t strength = 0, area = 0;
   if (count > 0) {

@@ -27,17 +27,8 @@ void CameraAnalysisColorField::Init() {
   int64_t right = CameraFloorEven(int64_t(x) + w);
   x = CameraSaturate(left);
   w = CameraSaturate(right - left);
-  CameraRect inside = PairAlignedInside(*this);
-  if (inside.Empty())
-    fprintf(stderr,
-            "ERROR colour field %d,%d %dx%d has no pixels in the frame: its "
-            "results are not written\n",
-            x, y, w, h);
-  else if (!CameraRectCovers(inside, x, y, w, h))
-    fprintf(stderr,
-            "ERROR colour field %d,%d %dx%d reaches outside the frame: only "
-            "the part inside is measured\n",
-            x, y, w, h);
+  CameraReportRect("colour field", PairAlignedInside(*this), x, y, w, h, "its results are not written",
+                   "only the part inside is measured");
 }
 
 void CameraAnalysisColorField::Uninit() {}
@@ -53,11 +44,15 @@ void CameraAnalysisColorField::Analyze(int index, const unsigned char* frame, co
   int32_t pairs = (inside.Width() - 1) / 2 + 1;
   for (int32_t row = inside.top; row < inside.bottom; ++row) {
     const unsigned char* pair = frame + (int64_t(row) * base.width + inside.left) * 2;
-    for (int32_t i = 0; i < pairs; ++i, pair += 4) {
-      sumY += pair[0] + pair[2];
-      sumU += 2 * pair[1];
-      sumV += 2 * pair[3];
+    uint32_t rowY = 0, rowU = 0, rowV = 0;  // a row fits 32 bits, and vectorises
+    for (int32_t i = 0; i < pairs; ++i) {
+      rowY += pair[4 * i] + pair[4 * i + 2];
+      rowU += pair[4 * i + 1];
+      rowV += pair[4 * i + 3];
     }
+    sumY += rowY;
+    sumU += 2 * int64_t(rowU);
+    sumV += 2 * int64_t(rowV);
   }
   int64_t n = int64_t(inside.Width()) * inside.Height();
   int32_t meanY = int32_t(sumY / n), meanU = int32_t(sumU / n) - 128, meanV = int32_t(sumV / n) - 128;

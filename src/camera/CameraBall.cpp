@@ -27,13 +27,18 @@ int32_t ClampTo(int64_t value, int32_t high) { return int32_t(std::clamp<int64_t
 void MapRow(const unsigned char* pairs, int32_t pairCount, uint8_t* out) {
   auto u = [pairs](int32_t k) { return int32_t(pairs[4 * k + 1]) - 128; };
   auto v = [pairs](int32_t k) { return int32_t(pairs[4 * k + 3]) - 128; };
-  for (int32_t k = 0; k < pairCount; ++k) {
-    int32_t uk = u(k), vk = v(k);
-    int32_t even = k == 0 ? abs(uk) + abs(vk) : abs(uk) + (abs(v(k - 1) + vk) >> 1);
-    int32_t odd = k == pairCount - 1 ? abs(uk) + abs(vk) : abs(vk) + (abs(uk + u(k + 1)) >> 1);
-    out[2 * k] = uint8_t(even);
-    out[2 * k + 1] = uint8_t(odd);
+  // The middle without conditions, so that it vectorises; the ends below.
+  for (int32_t k = 1; k + 1 < pairCount; ++k) {
+    out[2 * k] = uint8_t(abs(u(k)) + (abs(v(k - 1) + v(k)) >> 1));
+    out[2 * k + 1] = uint8_t(abs(v(k)) + (abs(u(k) + u(k + 1)) >> 1));
   }
+  int32_t last = pairCount - 1;
+  if (last < 0) return;
+  out[0] = uint8_t(abs(u(0)) + abs(v(0)));
+  out[2 * last + 1] = uint8_t(abs(u(last)) + abs(v(last)));
+  if (last == 0) return;
+  out[1] = uint8_t(abs(v(0)) + (abs(u(0) + u(1)) >> 1));
+  out[2 * last] = uint8_t(abs(u(last)) + (abs(v(last - 1) + v(last)) >> 1));
 }
 
 void BuildMap(const unsigned char* frame, const CameraBallBlock& block, uint8_t* map) {
@@ -54,18 +59,32 @@ void BlankExclusions(uint8_t* map, const CameraBallBlock& block, const CameraBal
   }
 }
 
-// Sums wrap at 32 bits, as the tables' entries do.
-void AddPixel(CameraBallMoments& table, uint32_t level, uint32_t x, uint32_t y) {
-  table.count[level] += 1;
-  table.sumX[level] += x;
-  table.sumY[level] += y;
-  table.sumXX[level] += x * x;
-  table.sumXY[level] += x * y;
-  table.sumYY[level] += y * y;
+// Pixels left..right-1 of row y, all at one level, added at once: runs are
+// common (floor, ball), and per-pixel updates of one entry wait on each
+// other. Worked out in 64 bits and cut to 32, which is the wrapped sum.
+void AddRun(CameraBallMoments& table, uint32_t level, uint64_t left, uint64_t right, uint64_t y) {
+  uint64_t n = right - left;
+  uint64_t sumX = (left + right - 1) * n / 2;
+  auto squares = [](uint64_t k) { return k == 0 ? 0 : (k - 1) * k * (2 * k - 1) / 6; };  // 0^2 + .. + (k-1)^2
+  table.count[level] += uint32_t(n);
+  table.sumX[level] += uint32_t(sumX);
+  table.sumY[level] += uint32_t(y * n);
+  table.sumXX[level] += uint32_t(squares(right) - squares(left));
+  table.sumXY[level] += uint32_t(y * sumX);
+  table.sumYY[level] += uint32_t(y * y * n);
 }
 
-void SumFromTop(uint32_t (&row)[256]) {
-  for (int c = 254; c >= 0; --c) row[c] += row[c + 1];
+// All six rows in one pass: six independent running sums instead of one
+// chain of dependent additions.
+void SumFromTop(CameraBallMoments& t) {
+  for (int c = 254; c >= 0; --c) {
+    t.count[c] += t.count[c + 1];
+    t.sumX[c] += t.sumX[c + 1];
+    t.sumY[c] += t.sumY[c + 1];
+    t.sumXX[c] += t.sumXX[c + 1];
+    t.sumXY[c] += t.sumXY[c + 1];
+    t.sumYY[c] += t.sumYY[c + 1];
+  }
 }
 
 void AccumulateCells(const uint8_t* map, const CameraBallBlock& block, CameraBallMoments* tables) {
@@ -76,14 +95,14 @@ void AccumulateCells(const uint8_t* map, const CameraBallBlock& block, CameraBal
     for (int32_t cell = 0; cell < block.cellsAcross; ++cell) {
       int32_t left = cell * block.cellSize;
       int32_t right = std::min(left + block.cellSize, block.width);
-      for (int32_t x = left; x < right; ++x) AddPixel(cellRow[cell], row[x], uint32_t(x), uint32_t(y));
+      for (int32_t x = left, end; x < right; x = end) {
+        for (end = x + 1; end < right && row[end] == row[x]; ++end) {
+        }
+        AddRun(cellRow[cell], row[x], uint64_t(x), uint64_t(end), uint64_t(y));
+      }
     }
   }
-  for (int32_t cell = 0; cell < block.Cells(); ++cell) {
-    CameraBallMoments& table = tables[cell];
-    for (auto* row : {&table.count, &table.sumX, &table.sumY, &table.sumXX, &table.sumXY, &table.sumYY})
-      SumFromTop(*row);
-  }
+  for (int32_t cell = 0; cell < block.Cells(); ++cell) SumFromTop(tables[cell]);
 }
 
 }  // namespace
@@ -92,16 +111,8 @@ CameraBallBlock CameraBallPlaceBlock(const CameraAnalysisBase& base, int32_t& x,
                                      int32_t& height) {
   int64_t left = CameraFloorEven(x), right = CameraFloorEven(int64_t(x) + width);
   CameraRect inside = CameraClipRect(left, y, right - left, height, int32_t(CameraFloorEven(base.width)), base.height);
-  if (inside.Empty())
-    fprintf(stderr,
-            "ERROR ball search block %d,%d %dx%d has no pixels in the frame: "
-            "no ball is reported\n",
-            x, y, width, height);
-  else if (!CameraRectCovers(inside, left, y, right - left, height))
-    fprintf(stderr,
-            "ERROR ball search block %d,%d %dx%d reaches outside the frame: "
-            "only the part inside is searched\n",
-            x, y, width, height);
+  CameraReportRect("ball search block", inside, CameraSaturate(left), y, CameraSaturate(right - left), height,
+                   "no ball is reported", "only the part inside is searched");
   x = inside.left;
   y = inside.top;
   width = inside.Width();

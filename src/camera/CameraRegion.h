@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdio>
 
 // Columns [left, right) and rows [top, bottom) of a frame.
 struct CameraRect {
@@ -39,6 +40,15 @@ inline CameraRect CameraClipRect(int64_t x, int64_t y, int64_t w, int64_t h, int
 
 inline bool CameraRectCovers(const CameraRect& clipped, int64_t x, int64_t y, int64_t w, int64_t h) {
   return clipped.left == x && clipped.top == y && clipped.Width() == w && clipped.Height() == h;
+}
+
+// Says once, at start, what a rectangle that does not fit the frame leads to.
+inline void CameraReportRect(const char* what, const CameraRect& inside, int32_t x, int32_t y, int32_t w, int32_t h,
+                             const char* whenEmpty, const char* whenClipped) {
+  if (inside.Empty())
+    fprintf(stderr, "ERROR %s %d,%d %dx%d has no pixels in the frame: %s\n", what, x, y, w, h, whenEmpty);
+  else if (!CameraRectCovers(inside, x, y, w, h))
+    fprintf(stderr, "ERROR %s %d,%d %dx%d reaches outside the frame: %s\n", what, x, y, w, h, whenClipped);
 }
 
 // One 16-bit store that the program thread may read at the same time; the
