@@ -1,27 +1,23 @@
-// Host interface of libkavri: the calls and exported variables a host
-// application uses, and the library's global state.
+/* Host interface of libkavri: what a host application ("KavriApp or
+   service") sets and calls. Valid C and C++; the library's own shared state
+   lives in a header of its own. */
 #ifndef KAVRI_KAVRILIB_H
 #define KAVRI_KAVRILIB_H
 
-#include <pthread.h>
+#include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
-
-#include <atomic>
-
-#include "kavri/shm_if.h"
 
 #define KAVRI_VERSION_MAJOR 4
 #define KAVRI_VERSION_MINOR 1
 #define KAVRI_VERSION_BUILD 5
 #define KAVRI_VERSION_REVISION 0
 
-#define KAVRI_AREA_SIZE 0x400000  // run area and download area, each
-#define KAVRI_VERSION_TEXT_SIZE 32
-
+#ifdef __cplusplus
 extern "C" {
+#endif
 
-// What the host hears of program state changes; lives only during the call.
+/* What the host hears of program state changes; lives only during the call. */
 typedef struct KavriLib_ProgramInfo {
   const char* name;
   int32_t state;
@@ -35,49 +31,22 @@ enum KavriLib_ProgramState {
   KavriProgramStartReceived = 4,
   KavriProgramDisplayBuilt = 5,
   KavriProgramDisplayEnded = 6,
-  KavriProgramStopped = 7,
+  KavriProgramStopped = 7
 };
 
 typedef void (*KavriLib_ProgramInfoCallback)(KavriLib_ProgramInfo* info);
 
-// Imported from the host application.
+/* The host defines these two; the library only reads them. */
 extern int DebugFlags;
 extern FILE* DebugFile;
 
-// Set by the host before KavriLib_Init.
+/* Set by the host before KavriLib_Init. */
 extern int32_t KavriServerPort;
 extern int32_t CameraServerPort;
 extern FILE* CameraFile;
-// The system version file; a host or a test may point it elsewhere before
-// KavriLib_Init. Defaults to "/etc/sysversion".
+/* The system version file; a host or a test may point it elsewhere before
+   KavriLib_Init. Defaults to "/etc/sysversion". */
 extern const char* SysVersionFile;
-
-// The run area and, directly after it, the download area: two halves of one
-// page-aligned object.
-extern uint8_t DataAreaRun[KAVRI_AREA_SIZE];
-extern uint8_t DataAreaDownload[KAVRI_AREA_SIZE];
-
-extern std::atomic<bool> DataAreaDownloadValid;
-extern char* DownloadDataPath;
-extern std::atomic<KavriLib_ProgramInfoCallback> ProgramInfoCallback;
-extern std::atomic<bool> OnlineModeActive;
-extern uint32_t SysVersion;
-extern char KavriAppVer[KAVRI_VERSION_TEXT_SIZE];
-extern char KavriSysVer[KAVRI_VERSION_TEXT_SIZE];
-
-extern pthread_t ThreadKavriServer;
-extern pthread_t ThreadKavri;
-extern pthread_t ThreadCameraServer;
-extern std::atomic<bool> KavriServerThreadRunning;
-extern std::atomic<bool> ProgThreadRunning;
-extern std::atomic<bool> CameraServerThreadRunning;
-extern std::atomic<bool> KavriServerThreadTerminate;
-extern std::atomic<bool> ProgThreadTerminate;
-extern std::atomic<bool> CameraServerThreadTerminate;
-
-extern std::atomic<int32_t> RateIOSecond;
-extern std::atomic<int32_t> RateTransferSecond;
-extern std::atomic<int32_t> RateLastTime;
 
 int KavriLib_Init(void);
 void KavriLib_Terminate(void);
@@ -92,23 +61,8 @@ int KavriLib_AbortDownloadProgram(void);
 const char* KavriGetAppVerStr(void);
 const char* KavriGetSysVerStr(void);
 
-int StartThreadKavriServer(void);
-int StopThreadKavriServer(void);
-
-// Calls the host's program-info callback, if one is set.
-void KavriNotifyProgramInfo(const char* name, int32_t state);
-
-// Service stubs for downloaded code built for controllers that have these.
-bool CheckTimeSliceCanContinue(shm_if_s* area);
-void BluetoothMaintenance(void);
-int BluetoothSendMessage(void);
-void BluetoothSetReceiveCallback(void);
-int BluetoothGetSelfRadioCallNumber(void);
-void BluetoothSetup(void);
-void I2C_Setup(void);
-int I2C_Write(void);
-int I2C_Read(void);
-
-}  // extern "C"
+#ifdef __cplusplus
+}
+#endif
 
 #endif

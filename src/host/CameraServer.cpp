@@ -16,7 +16,7 @@
 #include "host/KavriServer.h"
 #include "host/ThreadStop.h"
 #include "kavri/Camera.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 namespace kavri {
 

@@ -12,7 +12,7 @@
 #include "host/ThreadStop.h"
 #include "kavri/Camera.h"
 #include "kavri/DisplayWidgets.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 namespace kavri {

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "host/DownloadMode.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 namespace kavri {
 

@@ -1,5 +1,5 @@
 // The library's global state and the calls its host application makes.
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 #include <cstdlib>
 #include <cstring>

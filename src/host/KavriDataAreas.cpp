@@ -2,7 +2,7 @@
 // that the download area lies directly after the run area by construction
 // while both keep their own exported names. The server thread later maps the
 // run half executable at its own address.
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 static_assert(KAVRI_AREA_SIZE == 0x400000, "the block below is written out for 4 MiB halves");
 

@@ -4,7 +4,7 @@
 #include "host/DownloadMode.h"
 #include "host/KavriServer.h"
 #include "host/OnlineMode.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 namespace kavri {

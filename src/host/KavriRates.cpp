@@ -3,7 +3,7 @@
 #include <sys/time.h>
 
 #include "kavri/Camera.h"  // the frame counters
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 namespace kavri {
 

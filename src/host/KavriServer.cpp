@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "host/KavriRates.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 namespace kavri {

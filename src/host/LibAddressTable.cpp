@@ -9,7 +9,7 @@
 #include "kavri/DisplayWidgets.h"
 #include "kavri/FL48.h"
 #include "kavri/FL48Text.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/TextGrph.h"
 
 namespace kavri {

@@ -11,7 +11,7 @@
 #include "host/KavriServer.h"
 #include "host/ThreadStop.h"
 #include "kavri/Camera.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 // Weak until download mode is part of the library: without it there is no

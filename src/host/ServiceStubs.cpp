@@ -1,7 +1,7 @@
 // Services of controllers with a radio or an I2C bus. Downloaded code built
 // for those links against them through the address table; here they only
 // answer so that such code runs.
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 
 extern "C" {
 

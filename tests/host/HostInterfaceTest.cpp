@@ -8,7 +8,7 @@
 
 #include "ControllerProcess.h"
 #include "host/KavriServer.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 namespace {

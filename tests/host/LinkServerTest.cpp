@@ -8,7 +8,7 @@
 #include "ControllerProcess.h"
 #include "DebugFlagBits.h"
 #include "TestClient.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/LinkProtocol.h"
 #include "kavri/MotorIOLib.h"
 
