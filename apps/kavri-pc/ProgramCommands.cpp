@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 
@@ -75,16 +76,26 @@ void AddDownloadOptions(CLI::App* command, DownloadArgs& args) {
   command->add_flag("--ram", args.ramOnly, "keep the program in RAM only, write no flash file");
 }
 
-Report Download(LinkClient& link, const DownloadArgs& args, const PcContext& context) {
-  std::vector<uint8_t> image = ReadImage(args.image);
+// The image is read before connecting, so that a bad file costs no link.
+struct PreparedDownload {
+  std::vector<uint8_t> image;
+  std::string name;
+  bool ramOnly;
+};
+
+PreparedDownload Prepare(const DownloadArgs& args) {
   std::string name = args.name.empty() ? BaseName(args.image).substr(0, kMaxProgramName) : args.name;
+  return {ReadImage(args.image), name, args.ramOnly};
+}
+
+Report Download(LinkClient& link, const PreparedDownload& download, const PcContext& context) {
   PrintedProgress progress(context.out);
-  DownloadImage(link, image, name, args.ramOnly, context.json ? nullptr : &progress);
+  DownloadImage(link, download.image, download.name, download.ramOnly, context.json ? nullptr : &progress);
   Report report;
-  report.AddText("name", "Program", name);
-  report.AddNumber("bytes", "Downloaded", static_cast<long long>(image.size()),
-                   std::to_string(image.size()) + " bytes");
-  report.AddNumber("ramOnly", "RAM only", args.ramOnly, args.ramOnly ? "yes" : "no");
+  report.AddText("name", "Program", download.name);
+  report.AddNumber("bytes", "Downloaded", static_cast<long long>(download.image.size()),
+                   std::to_string(download.image.size()) + " bytes");
+  report.AddNumber("ramOnly", "RAM only", download.ramOnly, download.ramOnly ? "yes" : "no");
   return report;
 }
 
@@ -154,76 +165,79 @@ void StopProgram(LinkClient& link) {
   link.Exchange<xoIF2013Command_Base, xoIF2013Reply_Base>(command, KavriReplyStopCode, "stop");
 }
 
+namespace {
+
+// Chosen while parsing, run after it: `work` gets the context to connect with.
+void SetAction(CLI::App* command, PcContext& context, std::function<int(PcContext&)> work) {
+  command->callback([&context, work] { context.action = [&context, work] { return work(context); }; });
+}
+
+Report Built(const ProgramBuildOptions& build, size_t size, const ControllerLinkInfo& controller) {
+  Report report;
+  report.AddText("image", "Image", build.output);
+  report.AddNumber("bytes", "Size", static_cast<long long>(size), std::to_string(size) + " bytes");
+  report.AddNumber("runAreaAddress", "Linked at", controller.runArea, Hex32(controller.runArea));
+  return report;
+}
+
+}  // namespace
+
 void AddProgramCommands(CLI::App& app, PcContext& context) {
   AddReportCommand(app, context, "libtable", "the controller's 59 service slots with names and addresses", LibTable);
 
-  // CLI11 writes the options while parsing; the callbacks keep them alive.
+  // CLI11 writes the options while parsing; the actions keep them alive.
   auto download = std::make_shared<DownloadArgs>();
-  auto run = std::make_shared<DownloadArgs>();
   CLI::App* downloadCommand = app.add_subcommand("download", "send a program image to the controller");
   AddDownloadOptions(downloadCommand, *download);
-  downloadCommand->callback([&context, download] {
-    context.action = [&context, download] {
-      LinkClient link = context.Connect();
-      context.Print(Download(link, *download, context));
-      return 0;
-    };
+  SetAction(downloadCommand, context, [download](PcContext& context) {
+    PreparedDownload prepared = Prepare(*download);
+    LinkClient link = context.Connect();
+    context.Print(Download(link, prepared, context));
+    return 0;
   });
 
+  auto run = std::make_shared<DownloadArgs>();
   CLI::App* runCommand = app.add_subcommand("run", "download a program image, then start it");
   AddDownloadOptions(runCommand, *run);
-  runCommand->callback([&context, run] {
-    context.action = [&context, run] {
-      LinkClient link = context.Connect();
-      return Start(link, context, Download(link, *run, context));
-    };
+  SetAction(runCommand, context, [run](PcContext& context) {
+    PreparedDownload prepared = Prepare(*run);
+    LinkClient link = context.Connect();
+    return Start(link, context, Download(link, prepared, context));
   });
 
-  app.add_subcommand("start", "start the last downloaded program")->callback([&context] {
-    context.action = [&context] {
-      LinkClient link = context.Connect();
-      return Start(link, context, Report());
-    };
+  SetAction(app.add_subcommand("start", "start the last downloaded program"), context, [](PcContext& context) {
+    LinkClient link = context.Connect();
+    return Start(link, context, Report());
   });
 
-  app.add_subcommand("stop", "stop the running program")->callback([&context] {
-    context.action = [&context] {
-      LinkClient link = context.Connect();
-      StopProgram(link);
-      Report report;
-      report.AddNumber("stopped", "Stopped", 1, "yes");
-      context.Print(report);
-      return 0;
-    };
+  SetAction(app.add_subcommand("stop", "stop the running program"), context, [](PcContext& context) {
+    LinkClient link = context.Connect();
+    StopProgram(link);
+    Report report;
+    report.AddNumber("stopped", "Stopped", 1, "yes");
+    context.Print(report);
+    return 0;
   });
 
   auto build = std::make_shared<ProgramBuildOptions>();
   build->includeDir = DefaultProgramIncludeDir();
   CLI::App* buildCommand =
       app.add_subcommand("build", "compile C sources into an image for this controller (asks it for its addresses)");
-  buildCommand->add_option("SOURCES", build->sources, "C or assembly sources, objects, archives")
-      ->required();
+  buildCommand->add_option("SOURCES", build->sources, "C or assembly sources, objects, archives")->required();
   buildCommand->add_option("-o", build->output, "the image file to write")->required();
   buildCommand->add_option("--include", build->includeDir, "folder that holds kavri-program/");
   buildCommand->add_option("--cflag", build->compileFlags, "one more compiler flag (repeatable)")
       ->allow_extra_args(false);
   buildCommand->add_flag("--verbose", build->verbose, "print the tool chain's command lines");
-  buildCommand->callback([&context, build] {
-    context.action = [&context, build] {
-      LinkClient link = context.Connect();
-      ControllerLinkInfo controller = QueryLinkInfo(link);
-      try {
-        size_t size = BuildProgram(*build, controller);
-        Report report;
-        report.AddText("image", "Image", build->output);
-        report.AddNumber("bytes", "Size", static_cast<long long>(size), std::to_string(size) + " bytes");
-        report.AddNumber("runAreaAddress", "Linked at", controller.runArea, Hex32(controller.runArea));
-        context.Print(report);
-        return 0;
-      } catch (const BuildError& error) {
-        fprintf(context.err, "kavri-pc: %s\n", error.what());
-        return 1;
-      }
-    };
+  SetAction(buildCommand, context, [build](PcContext& context) {
+    LinkClient link = context.Connect();
+    ControllerLinkInfo controller = QueryLinkInfo(link);
+    try {
+      context.Print(Built(*build, BuildProgram(*build, controller), controller));
+      return 0;
+    } catch (const BuildError& error) {
+      fprintf(context.err, "kavri-pc: %s\n", error.what());
+      return 1;
+    }
   });
 }

@@ -146,16 +146,11 @@ typedef struct CameraAnalysisDeliverFrame {
   uint8_t reserved50[2];
 } CameraAnalysisDeliverFrame;
 
-/* A rectangle of the frame, in pixels: the head of the region analyses. */
-typedef struct CameraAnalysisRegion {
+/* Mean brightness and colour of a rectangle (pixels), in percent. Null
+ * results are not stored. */
+typedef struct CameraAnalysisColorField {
   CameraAnalysisBase base;
   int32_t x, y, w, h;
-} CameraAnalysisRegion;
-
-/* Mean brightness and colour of a rectangle, in percent. Null results are
- * not stored. */
-typedef struct CameraAnalysisColorField {
-  CameraAnalysisRegion region;
   int16_t* brightnessVar;
   int16_t* redVar;
   int16_t* greenVar;
@@ -164,7 +159,8 @@ typedef struct CameraAnalysisColorField {
 
 /* Change against the previous frame inside a rectangle. */
 typedef struct CameraAnalysisChangeDetect {
-  CameraAnalysisRegion region;
+  CameraAnalysisBase base;
+  int32_t x, y, w, h;
   int32_t threshold; /* percent of luminance that counts as a change */
   int32_t minArea;   /* percent of the rectangle needed to report a strength */
   int16_t* strengthVar;
@@ -229,7 +225,7 @@ typedef struct DisplayWidgetText {
   DisplayWidgetBase base;
   int32_t columns;
   int32_t lines;
-  int16_t* chars;           /* lines x columns character codes, line after line */
+  uint16_t* chars;          /* lines x columns character codes, line after line */
   int16_t* textChangedVar;  /* set non-zero to have the text shown again */
 } DisplayWidgetText;
 

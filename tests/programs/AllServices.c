@@ -1,3 +1,5 @@
+#include <kavri-program/KavriProgram.h>
+
 #include "ProgramParts.h"
 
 static int32_t High(const FL48* x) { return (int32_t)((uint32_t)x->expWord << 16 | x->mant[0]); }

@@ -1,3 +1,5 @@
+#include <kavri-program/KavriProgram.h>
+
 #include "ProgramParts.h"
 
 static void PrintNumber(const FL48* x, uint32_t format) {
