@@ -135,7 +135,9 @@ class LineSearch {
     if (record_.lineCountMax <= 0) return;  // nothing could be kept
     const int32_t threshold = record_.threshold;
     int32_t previous = 0;
-    for (int64_t s = int64_t(record_.widthMin) * 256; s <= int64_t(record_.widthMax) * 256; s += s >> 3) {
+    // Init left width min at 2 or more; kept so should the program change
+    // it later, since the scale must grow for the search to end.
+    for (int64_t s = std::max<int64_t>(record_.widthMin, 2) * 256; s <= int64_t(record_.widthMax) * 256; s += s >> 3) {
       const int32_t w = int32_t(((s + 256) >> 9) * 2);
       if (w == previous) continue;
       previous = w;

@@ -141,22 +141,20 @@ TEST_F(LineFinder2, OfMoreThanFiveLinesTheFiveStrongestAreReportedLeftToRight) {
   }
 }
 
+// {end x, range min, range max, width min, width max, threshold} become
+// {width min, width max, threshold} in samples.
 TEST_F(LineFinder2, InitConvertsWidthsAndThresholdToSamples) {
-  // {end x, range min, range max, width min, width max, threshold} -> {min, max, threshold}
-  const std::pair<std::array<int32_t, 6>, std::array<int32_t, 3>> cases[] = {
-      {{100, 0, 1000, 100, 300, 20}, {10, 30, 51}},  // to the nearest sample
-      {{100, -500, 500, 149, 151, 33}, {15, 15, 84}},
-      {{100, 0, 100, 1, 80, 0}, {2, 50, 0}},      // at least 2, at most N/2
-      {{102, 0, 102, 3, 60, 100}, {3, 50, 256}},  // N/2 = 51 rounded down to even
-  };
-  for (auto [in, out] : cases) {
+  for (auto [in, out] : {std::pair{std::array{100, 0, 1000, 100, 300, 20}, std::array{10, 30, 51}},  // nearest
+                         {{100, -500, 500, 149, 151, 33}, {15, 15, 84}},
+                         {{100, 0, 100, 1, 80, 0}, {2, 50, 0}},         // at least 2, at most N/2
+                         {{102, 0, 102, 3, 60, 100}, {3, 50, 256}}}) {  // N/2 = 51, rounded down to even
     Slots slots;
     CameraAnalysisMaxOnLine2 r = Finder(slots, [in](auto& r) {
       r.endX = in[0], r.rangeMin = in[1], r.rangeMax = in[2], r.widthMin = in[3], r.widthMax = in[4];
       r.threshold = in[5];
     });
     r.Init();
-    EXPECT_EQ((std::array<int32_t, 3>{r.widthMin, r.widthMax, r.threshold}), out) << in[3] << " " << in[4];
+    EXPECT_EQ((std::array{r.widthMin, r.widthMax, r.threshold}), out) << in[3] << " " << in[4];
     r.Uninit();
   }
 }

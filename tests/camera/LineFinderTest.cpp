@@ -90,17 +90,6 @@ TEST_F(LineFinder, FindsWhatTheRulesSay) {
   EXPECT_EQ(debug, "MOL7-0 p=-62 q=6063 hA=241 wrgb=0/0/0/0 bL=100 bR=64 hRel=141, m=43, w=14\n");
 }
 
-TEST_F(LineFinder, UnusableWidthsWriteMinusOneAndNothingElse) {
-  floor_.Columns(40, 50, {50});
-  for (auto [low, high] : {std::pair{0, 15}, {-3, 15}, {5, 6}, {9, 4}, {INT_MAX - 1, INT_MAX}}) {
-    std::string debug;
-    Results results = RunFinder(
-        floor_, [=](auto& r) { r.widthMin = low, r.widthMax = high; }, &debug);
-    EXPECT_EQ(results, (Results{-1, 99, 99})) << low << ".." << high;
-    EXPECT_EQ(debug, "") << low << ".." << high;
-  }
-}
-
 // The same samples from a scan line leaving a small frame on both sides and
 // inside a large frame painted black where the small one ends.
 TEST_F(LineFinder, SamplesOutsideTheFrameCountAsBlack) {
@@ -164,21 +153,28 @@ TEST_F(LineFinder, ColourAxisFindsTheTaughtColour) {
   }
 }
 
-// Records Init cannot use say why and answer -1; hostile ones stay inside
-// their buffers and the frame.
-TEST_F(LineFinder, UnsafeRecordsAreRefusedOrKeptInBounds) {
+// Unusable widths, and records Init refuses (with a message), write -1 and
+// nothing else, and print no debug line; hostile ones stay in bounds.
+TEST_F(LineFinder, UnusableRecordsAnswerMinusOneAndHostileOnesStayInBounds) {
   floor_.Columns(40, 50, {50});
-  const std::pair<Tweak, const char*> refused[] = {
+  const std::pair<Tweak, const char*> unusable[] = {
+      {[](auto& r) { r.widthMin = 0; }, ""},
+      {[](auto& r) { r.widthMin = -3; }, ""},
+      {[](auto& r) { r.widthMin = 5, r.widthMax = 6; }, ""},
+      {[](auto& r) { r.widthMin = 9, r.widthMax = 4; }, ""},
+      {[](auto& r) { r.widthMin = INT_MAX - 1, r.widthMax = INT_MAX; }, ""},
       {[](auto& r) { r.endX = 5; }, "scan line of 5 samples"},
       {[](auto& r) { r.startX = INT_MIN, r.endX = INT_MAX; }, "scan line of 4294967295 samples"},
       {[](auto& r) { r.colorAxis = 1, r.lineColorR = r.backgroundColorR = 30; }, "equal line and floor colours"},
   };
-  for (auto& [tweak, message] : refused) {
+  for (auto& [tweak, message] : unusable) {
+    std::string debug;
     testing::internal::CaptureStderr();
-    Results results = RunFinder(floor_, tweak);
+    Results results = RunFinder(floor_, tweak, &debug);
     std::string errors = testing::internal::GetCapturedStderr();
     EXPECT_NE(errors.find(message), std::string::npos) << errors;
     EXPECT_EQ(results, (Results{-1, 99, 99})) << message;
+    EXPECT_EQ(debug, "") << message;
   }
   for (auto [low, high] : {std::pair{1, INT_MAX}, {90, 100}, {200, 300}})
     for (int32_t threshold : {INT_MIN, 1000000, INT_MAX})
