@@ -10,6 +10,7 @@
 
 #include "DisplayWatcher.h"
 #include "HostOptions.h"
+#include "Listening.h"
 #include "TouchScreen.h"
 #include "camera_devices/SimCamera.h"
 #include "kavri/CameraDevice.h"
@@ -51,7 +52,12 @@ bool MakeProgramDirectory(const std::string& path) {
 bool ConfigureLibrary(const HostOptions& options) {
   DebugFlags = options.debugFlags;
   DebugFile = stdout;
-  if (!options.debugFile.empty() && !(DebugFile = OpenOrComplain(options.debugFile, "a", "debug file"))) return false;
+  if (!options.debugFile.empty()) {
+    if (!(DebugFile = OpenOrComplain(options.debugFile, "a", "debug file"))) return false;
+    // The library flushes only standard output; a debug file is read while
+    // the controller runs.
+    setvbuf(DebugFile, nullptr, _IOLBF, 0);
+  }
   if (!options.cameraFile.empty() && !(CameraFile = OpenOrComplain(options.cameraFile, "wb", "camera file")))
     return false;
   if (!options.sysVersionFile.empty()) SysVersionFile = options.sysVersionFile.c_str();
@@ -88,8 +94,11 @@ int main(int argc, char** argv) {
   if (!options->displayImage.empty()) StartDisplayWatcher(options->displayImage);
   if (!options->screenImage.empty()) StartScreenWatcher(options->screenImage);
   if (!KavriLib_Init()) return 1;
-  printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s, camera %s\n", options->port,
-         options->cameraPort, options->programs.c_str(), options->camera.c_str());
+  // The server thread binds on its own and ends the process if it cannot;
+  // until it listens there is nothing true to announce.
+  if (WaitUntilListening(options->port, std::chrono::seconds(60)))
+    printf("kavri-host: PC link on port %d, camera stream on port %d, programs in %s, camera %s\n", options->port,
+           options->cameraPort, options->programs.c_str(), options->camera.c_str());
 
   int received = 0;
   sigwait(&stopSignals, &received);
