@@ -5,7 +5,9 @@
 #include "kavri/Camera.h"
 
 extern "C" {
-CameraAnalysisDeliverFrame CameraAnalysisDeliverFrame_Inst = {};
+// Typed from load: a chain of this record alone must never be read as a
+// counter record, whoever hands it to CameraSetup.
+CameraAnalysisDeliverFrame CameraAnalysisDeliverFrame_Inst = {.base = {.type = CameraAnalysisTypeDeliverFrame}};
 }
 
 namespace {
