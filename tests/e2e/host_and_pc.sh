@@ -20,13 +20,35 @@ free_port() {
     (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null || { echo $port; return; }
   done
 }
-port=$(free_port)
-camera_port=$(free_port)
+# Whether process $2 holds the socket listening on port $1: another test's
+# server may hold the same port for a moment.
+listens_on() {
+  local inode
+  inode=$(awk -v p="$(printf ':%04X' "$1")" '$4 == "0A" && substr($2, length($2) - 4) == p { print $10 }' /proc/net/tcp)
+  [ -n "$inode" ] && ls -l "/proc/$2/fd" 2>/dev/null | grep -q "socket:\[$inode\]"
+}
+# A free port can be taken by a parallel test before the host binds it; the
+# host then ends with its bind error and is started again on other ports.
+start_host() {
+  for _ in $(seq 20); do
+    port=$(free_port)
+    camera_port=$(free_port)
+    [ "$port" != "$camera_port" ] || continue
+    $run "$host_bin" --port "$port" --camera-port "$camera_port" --programs "$work/programs" \
+      --sysversion "$work/sysversion" > "$work/host.log" 2>&1 &
+    host_pid=$!
+    for _ in $(seq 600); do
+      listens_on "$port" $host_pid && return 0
+      kill -0 $host_pid 2>/dev/null || break
+      sleep 0.1
+    done
+    wait $host_pid 2>/dev/null
+    grep -q "ERROR calling bind" "$work/host.log" || return 1
+  done
+  return 1
+}
 echo 4.0.2.1 > "$work/sysversion"
-
-$run "$host_bin" --port "$port" --camera-port "$camera_port" --programs "$work/programs" \
-  --sysversion "$work/sysversion" > "$work/host.log" 2>&1 &
-host_pid=$!
+start_host
 for _ in $(seq 600); do
   grep -q "PC link on port $port" "$work/host.log" 2>/dev/null && break
   sleep 0.1
