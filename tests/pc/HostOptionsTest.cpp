@@ -1,15 +1,14 @@
 // kavri-host's command line: numbers are decimal whatever their leading
 // zeros, hex only after 0x; mistakes end with exit code 2.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "HostOptions.h"
 #include "Listening.h"
+#include "LoopbackPort.h"
 
 namespace {
 
@@ -68,14 +67,9 @@ TEST(HostOptions, MistakesExitWith2AndHelpWith0) {
 // kavri-host announces the PC link only once the port really listens: a
 // bound socket is not enough, and another port is not this one.
 TEST(HostListening, OnlyAListeningSocketOnThePortCounts) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  int port = ntohs(address.sin_port);
+  int port;
+  int fd = BindLoopbackPort(port);
+  ASSERT_GE(fd, 0);
 
   EXPECT_FALSE(WaitUntilListening(port, std::chrono::milliseconds(50))) << "bound only";
   ASSERT_EQ(listen(fd, 1), 0);

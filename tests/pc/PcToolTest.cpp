@@ -2,14 +2,12 @@
 // misbehave. Each failure must reach the user as a clear message and the
 // documented exit code, never as a hang or a half-read answer.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <thread>
 
+#include "LoopbackPort.h"
 #include "PcContext.h"
 #include "TestClient.h"
 #include "kavri/LinkProtocol.h"
@@ -17,13 +15,6 @@
 void AddInfoCommands(CLI::App& app, PcContext& context);
 
 namespace {
-
-int BoundPort(int fd) {
-  sockaddr_in address{};
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  return ntohs(address.sin_port);
-}
 
 // A one-connection server on a port of its own choosing: reads the command
 // word, then answers with `reply` (possibly nothing) and closes, or keeps
@@ -137,12 +128,9 @@ TEST(PcTool, MisbehavingControllerGivesAClearErrorAndExitCode1) {
 TEST(PcTool, NoControllerIsNamedInTheError) {
   // Bound but not listening: connections are refused, and no one else can
   // take the port while the test holds it.
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  int port = BoundPort(fd);
+  int port;
+  int fd = BindLoopbackPort(port);
+  ASSERT_GE(fd, 0);
   ToolRun run = RunTool({"--port", std::to_string(port), "status"});
   close(fd);
   EXPECT_EQ(run.exitCode, 1);
