@@ -188,7 +188,7 @@ TEST_F(ProgramRun, EveryServiceSlotAnswersAsDocumented) {
     int slot;
     int32_t value;
   } documented[] = {{1, 1}, {3, 1}, {8, 0}, {18, 25}, {25, 1}, {26, 0}, {27, 1}, {28, 1},
-                    {29, 0}, {30, 1}, {40, 1}, {42, 1}, {55, 0}};
+                    {29, 0}, {30, 1}, {40, 1}, {42, 1}, {43, 0}, {55, 0}};
   for (const Documented& d : documented)
     EXPECT_EQ(fromProgram[d.slot - 1], d.value) << "slot " << d.slot;
 }
