@@ -1,14 +1,21 @@
 # Third-party libraries. On armhf they come from the sysroot that
 # scripts/setup.sh unpacks; natively from the host's Debian packages.
 find_package(Threads REQUIRED)
+if(CMAKE_CROSSCOMPILING)
+  # The controller ships libjpeg.so.8 (API version 8), whose decompressor
+  # record differs from Debian's libjpeg.so.62: link against the jpeg8 build
+  # that set-up makes from Debian's libjpeg-turbo source, headers included.
+  set(KAVRI_JPEG8_PREFIX ${KAVRI_SYSROOT}/opt/libjpeg8)
+  if(NOT EXISTS ${KAVRI_JPEG8_PREFIX}/lib/libjpeg.so.8)
+    message(FATAL_ERROR "${KAVRI_JPEG8_PREFIX} lacks libjpeg.so.8: run scripts/setup.sh")
+  endif()
+  set(JPEG_INCLUDE_DIR ${KAVRI_JPEG8_PREFIX}/include CACHE PATH "" FORCE)
+  set(JPEG_LIBRARY ${KAVRI_JPEG8_PREFIX}/lib/libjpeg.so CACHE FILEPATH "" FORCE)
+endif()
 find_package(JPEG REQUIRED)
 find_package(PkgConfig)
 
 if(CMAKE_CROSSCOMPILING)
-  # Debian keeps libjpeg's jconfig.h in the multiarch include folder, which
-  # the cross compiler does not search in our sysroot.
-  set_property(TARGET JPEG::JPEG APPEND PROPERTY INTERFACE_INCLUDE_DIRECTORIES
-               ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET})
   set(KAVRI_SDL2_INCLUDE_DIRS ${KAVRI_SYSROOT}/usr/include/SDL2
       ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET}/SDL2)
   find_library(KAVRI_SDL2_LIB SDL2-2.0 PATHS ${KAVRI_SYSROOT_LIBDIRS} NO_DEFAULT_PATH)

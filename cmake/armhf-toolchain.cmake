@@ -1,6 +1,8 @@
 # Cross build for the controller: 32-bit ARM, hard-float, Debian's tool chain.
-# Libraries the tool chain lacks (libjpeg, SDL2, SDL2_ttf, benchmark) live in a
+# Libraries the tool chain lacks (SDL2, SDL2_ttf, benchmark) live in a
 # sysroot folder that scripts/setup.sh unpacks from Debian's armhf packages.
+# libjpeg is the controller's API-8 flavour, which set-up builds from
+# Debian's libjpeg-turbo source into opt/libjpeg8 of the same folder.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(KAVRI_TRIPLET arm-linux-gnueabihf)
@@ -13,6 +15,7 @@ endif()
 get_filename_component(KAVRI_SYSROOT ${KAVRI_SYSROOT} ABSOLUTE)
 set(KAVRI_SYSROOT ${KAVRI_SYSROOT} CACHE PATH "armhf libraries unpacked from Debian packages")
 set(KAVRI_SYSROOT_LIBDIRS
+    ${KAVRI_SYSROOT}/opt/libjpeg8/lib
     ${KAVRI_SYSROOT}/usr/lib/${KAVRI_TRIPLET}
     ${KAVRI_SYSROOT}/lib/${KAVRI_TRIPLET}
     ${KAVRI_SYSROOT}/usr/lib/${KAVRI_TRIPLET}/pulseaudio)

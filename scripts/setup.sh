@@ -86,6 +86,42 @@ fix_absolute_links() {
   done
 }
 
+# The controller's libjpeg speaks API version 8 (libjpeg.so.8), which Debian
+# does not ship: build libjpeg-turbo from Debian's own source package with its
+# jpeg8 emulation, for armhf, into a prefix of its own inside the sysroot so
+# that nothing of the API-62 packages is mixed in.
+jpeg8_prefix="$sysroot/opt/libjpeg8"
+jpeg8_version=1   # bump when the build below changes
+
+build_armhf_jpeg8() {
+  local stamp="$sysroot/.libjpeg8-$jpeg8_version"
+  [ -f "$stamp" ] && return
+  log "building libjpeg-turbo with the jpeg8 API for armhf"
+  local apt_src="$deps/apt-src" work="$deps/libjpeg8-build"
+  rm -rf "$apt_src" "$work" "$jpeg8_prefix"
+  mkdir -p "$apt_src/state/lists/partial" "$apt_src/cache/archives/partial" "$work"
+  echo "deb-src http://deb.debian.org/debian bookworm main" > "$apt_src/sources.list"
+  local src_apt=(-o Dir::Etc::SourceList="$apt_src/sources.list" -o Dir::Etc::SourceParts=/dev/null
+                 -o Dir::State="$apt_src/state" -o Dir::Cache="$apt_src/cache"
+                 -o Debug::NoLocking=1 -o APT::Sandbox::User=root -qq)
+  apt-get "${src_apt[@]}" update
+  (cd "$work" && apt-get "${src_apt[@]}" source --download-only libjpeg-turbo &&
+     dpkg-source --no-check -x libjpeg-turbo_*.dsc source >/dev/null)
+  cmake -S "$work/source" -B "$work/build" -G Ninja -Wno-dev \
+    -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=arm \
+    -DCMAKE_C_COMPILER=arm-linux-gnueabihf-gcc -DCMAKE_BUILD_TYPE=Release \
+    -DWITH_JPEG8=ON -DENABLE_STATIC=OFF -DWITH_TURBOJPEG=OFF \
+    -DCMAKE_INSTALL_PREFIX="$jpeg8_prefix" -DCMAKE_INSTALL_LIBDIR=lib >/dev/null
+  cmake --build "$work/build" --target jpeg -j "$(nproc)" >/dev/null
+  mkdir -p "$jpeg8_prefix/include" "$jpeg8_prefix/lib"
+  cp "$work/source/jpeglib.h" "$work/source/jmorecfg.h" "$work/source/jerror.h" \
+     "$work/build/jconfig.h" "$jpeg8_prefix/include/"
+  cp -P "$work/build"/libjpeg.so* "$jpeg8_prefix/lib/"
+  rm -rf "$work" "$apt_src"
+  touch "$stamp"
+}
+
 install_host_packages
 build_armhf_sysroot
+build_armhf_jpeg8
 log "ready"
