@@ -1,43 +1,50 @@
 // The PC link commands that download, start and stop programs.
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "host/DownloadMode.h"
 #include "host/KavriServer.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 
 namespace kavri {
 
 namespace {
 
-// Reads the code into the download area. A PC that closes or falls silent
-// part way ends the download: looping on empty reads would hold the server.
-bool ReceiveCode(int fd, uint32_t size) {
+// Reads the code into the download area; returns the bytes received. A PC
+// that closes or falls silent part way ends the download: looping on empty
+// reads would hold the server.
+size_t ReceiveCode(int fd, uint32_t size) {
   size_t total = 0;
   while (total < size) {
     ssize_t received = ReadOnce(fd, DataAreaDownload + total, size - total);
     if (received < 0) {
       fprintf(stderr, "ERROR calling read\n");
-      return false;
+      break;
     }
     if (received == 0) {
       fprintf(stderr, "ERROR connection closed or timed out after %zu of %u code bytes\n", total, size);
-      return false;
+      break;
     }
     total += static_cast<size_t>(received);
     printf("Received %d bytes, total %zd bytes\n", static_cast<int>(received), static_cast<ssize_t>(total));
   }
-  return true;
+  return total;
 }
 
 }  // namespace
 
-void PrefillDownloadArea() {
-  memset(DataAreaDownload, 0, KAVRI_AREA_SIZE);
-  for (size_t offset = 0; offset < kPrefilledBytes; offset += sizeof kBreakpointWord)
-    memcpy(DataAreaDownload + offset, &kBreakpointWord, sizeof kBreakpointWord);
+void PrefillDownloadArea(size_t from) {
+  const auto* pattern = reinterpret_cast<const uint8_t*>(&kBreakpointWord);
+  size_t offset = from;
+  for (; offset < kPrefilledBytes && offset % sizeof kBreakpointWord; ++offset)
+    DataAreaDownload[offset] = pattern[offset % sizeof kBreakpointWord];
+  for (; offset < kPrefilledBytes; offset += sizeof kBreakpointWord)
+    memcpy(DataAreaDownload + offset, pattern, sizeof kBreakpointWord);
+  size_t zeroFrom = std::max(from, kPrefilledBytes);
+  memset(DataAreaDownload + zeroFrom, 0, KAVRI_AREA_SIZE - zeroFrom);
 }
 
 bool HandleDownloadCode(int fd, xoIF2013Command_Base* word) {
@@ -54,8 +61,15 @@ bool HandleDownloadCode(int fd, xoIF2013Command_Base* word) {
   // From here the area no longer holds the previous program; a download
   // that fails part way must not be started.
   DataAreaDownloadValid.store(false, std::memory_order_release);
-  PrefillDownloadArea();
-  if (!ReceiveCode(fd, command.codeSize)) return false;
+  // The code's own bytes are written once, by the receive, not prefilled
+  // first: the area ends up the same and a large download costs one pass
+  // over memory less. What never came is prefilled after all.
+  PrefillDownloadArea(command.codeSize);
+  size_t received = ReceiveCode(fd, command.codeSize);
+  if (received < command.codeSize) {
+    PrefillDownloadArea(received);
+    return false;
+  }
   // The PC may fill all 67 bytes; the name ends inside the field regardless.
   char name[sizeof command.fileName + 1] = {};
   memcpy(name, command.fileName, sizeof command.fileName);

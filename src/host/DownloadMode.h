@@ -35,9 +35,10 @@ inline constexpr size_t kFlashPathSize = 1024;
 // thread that is still ending.
 extern std::atomic<bool> ProgThreadAlive;
 
-// Zeroes the download area and fills its lower half with breakpoints, so a
-// jump into code the download did not fill traps at once.
-void PrefillDownloadArea();
+// From `from` to the end of the download area: breakpoints in the lower
+// half, zeros above, so a jump into code the download did not fill traps
+// at once.
+void PrefillDownloadArea(size_t from);
 
 // Writes `size` bytes of `code` as the flash file `name` in the program
 // library; prints what it did. A name that would leave the library folder

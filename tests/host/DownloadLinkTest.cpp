@@ -16,18 +16,10 @@ namespace {
 
 int32_t EndAtOnce() { return 1; }
 
-std::vector<uint8_t> DownloadCommand(const std::vector<uint8_t>& code) {
-  xoIF2013Command_DownloadCode command{KavriCmdDownloadCode, 1, "cut"};
-  command.codeSize = static_cast<uint32_t>(code.size());
-  std::vector<uint8_t> bytes(reinterpret_cast<uint8_t*>(&command), reinterpret_cast<uint8_t*>(&command + 1));
-  bytes.insert(bytes.end(), code.begin(), code.end());
-  return bytes;
-}
-
 TEST(DownloadLink, PcLeavingAfterAnyByteLeavesTheServerReadyAndNoHalfCodeStartable) {
   ControllerProcess controller;
   ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
-  const std::vector<uint8_t> whole = DownloadCommand(ImageJumpingTo(EndAtOnce));
+  const std::vector<uint8_t> whole = DownloadCommandBytes("cut", true, ImageJumpingTo(EndAtOnce));
   auto startCodeValue = [&] {
     TestClient client(controller.port());
     client.SendWord(KavriCmdStartCode);
@@ -87,18 +79,6 @@ TEST(AddressTable, SlotsAreAlphabeticalButForDisplaySetupAndAllDistinct) {
   EXPECT_EQ(std::adjacent_find(addresses.begin(), addresses.end()), addresses.end());
   EXPECT_EQ(names.front(), "BluetoothGetSelfRadioCallNumber");
   EXPECT_EQ(names.back(), "TextGrph_Update");
-}
-
-TEST(AddressTable, StubSlotsAnswerAsDocumented) {
-  const struct {
-    int slot;
-    int result;
-  } answering[] = {{1, 1}, {3, 1}, {40, 1}, {42, 1}};
-  for (const auto& stub : answering)
-    EXPECT_EQ(reinterpret_cast<int (*)()>(kavri::kLibServices[stub.slot - 1].address)(), stub.result) << stub.slot;
-  auto checkSlice = reinterpret_cast<bool (*)(shm_if_s*)>(kavri::kLibServices[8 - 1].address);
-  EXPECT_FALSE(checkSlice(nullptr));
-  for (int slot : {2, 4, 5, 41}) reinterpret_cast<void (*)()>(kavri::kLibServices[slot - 1].address)();
 }
 
 }  // namespace

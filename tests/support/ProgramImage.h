@@ -7,12 +7,14 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
+#include "kavri/LinkProtocol.h"
 
 using TestEntry = int32_t (*)();
 
@@ -38,6 +40,17 @@ inline std::vector<uint8_t> ImageJumpingTo(TestEntry entry) {
 #error "no entry jump for this processor"
 #endif
   return image;
+}
+
+// A whole download command as a PC sends it: the 76 bytes, then the code.
+inline std::vector<uint8_t> DownloadCommandBytes(const char* name, bool ramOnly, const std::vector<uint8_t>& code) {
+  xoIF2013Command_DownloadCode command{KavriCmdDownloadCode, ramOnly};
+  memcpy(command.fileName, name, std::min(strlen(name), sizeof command.fileName));
+  command.codeSize = static_cast<uint32_t>(code.size());
+  std::vector<uint8_t> bytes(sizeof command + code.size());
+  memcpy(bytes.data(), &command, sizeof command);
+  if (!code.empty()) memcpy(bytes.data() + sizeof command, code.data(), code.size());
+  return bytes;
 }
 
 // The server thread maps the run area executable; tests that run programs
