@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -54,13 +55,15 @@ void LowerPriority() {
 enum class Readable { Yes, TimedOut, Terminated };
 
 // Waits in short slices, so that a stop request is heard within one slice
-// even while the PC takes its time.
+// even while the PC takes its time. The window is wall-clock time: at the
+// lowest priority on a busy controller a slice may last much longer.
 Readable WaitReadable(int fd, int seconds) {
-  for (int slice = 0; slice < seconds * 1000 / kPollMilliseconds; ++slice) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  do {
     if (Terminating()) return Readable::Terminated;
     pollfd watched{fd, POLLIN, 0};
     if (poll(&watched, 1, kPollMilliseconds) > 0) return Readable::Yes;
-  }
+  } while (std::chrono::steady_clock::now() < deadline);
   return Readable::TimedOut;
 }
 

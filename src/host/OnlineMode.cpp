@@ -8,15 +8,12 @@
 #include <cstring>
 
 #include "host/CameraServer.h"
+#include "host/DownloadMode.h"
 #include "host/KavriServer.h"
 #include "host/ThreadStop.h"
 #include "kavri/Camera.h"
 #include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
-
-// Weak until download mode is part of the library: without it there is no
-// program to stop.
-extern "C" __attribute__((weak)) int StopThreadsDownloadMode(bool stopIO);
 
 namespace kavri {
 
@@ -145,7 +142,7 @@ void PrepareDeliveryRecord(int width, int height) {
 bool HandleStartOnline(int fd, xoIF2013Command_Base* command) {
   xoIF2013Command_StartOnline packet;
   if (!ReadPacket(fd, command, packet)) return false;
-  if (StopThreadsDownloadMode) StopThreadsDownloadMode(true);
+  StopThreadsDownloadMode(true);
   OnlineModeActive.store(true, std::memory_order_release);
   ClearOutputs();
   // The PC's name need not be terminated within its 64 bytes.

@@ -2,8 +2,6 @@
 // answer. The handlers run in this process on one end of a socket pair, with
 // the I/O library stand-in; the connection-level cases use a real controller.
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <string>
@@ -11,15 +9,14 @@
 #include <vector>
 
 #include "ControllerProcess.h"
+#include "LinkHandlerCall.h"
 #include "TestClient.h"
 #include "host/OnlineMode.h"
-#include "kavri/KavriLib.h"
+#include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
 #include "motoriolib/MotorIOLibSim.h"
 
 namespace {
-
-using Handler = bool (*)(int, xoIF2013Command_Base*);
 
 uint8_t* Area() { return reinterpret_cast<uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX)); }
 
@@ -39,14 +36,11 @@ void RecordInfo(KavriLib_ProgramInfo* info) { heard.push_back({info->name ? info
 class OnlineCommand : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
     memcpy(saved_, Area(), sizeof saved_);
     heard.clear();
     KavriLib_SetProgramInfoCallback(RecordInfo);
   }
   void TearDown() override {
-    for (int fd : ends_)
-      if (fd >= 0) close(fd);
     for (int channel = 0; channel < MOTORIOLIB_SIM_CHANNELS; ++channel) MotorIOLibSim_SetInput(channel, -1);
     memcpy(Area(), saved_, sizeof saved_);
     KavriLib_SetProgramInfoCallback(nullptr);
@@ -59,40 +53,14 @@ class OnlineCommand : public ::testing::Test {
     for (int offset = 0; offset < KAVRI_TRANS_AREA_SIZE; ++offset)
       if (offset < 464 || offset >= 472) Area()[offset] = pattern ? uint8_t(offset * 7 + 3) : 0;
   }
-  // A fresh connection and a host that has heard nothing yet.
-  void Renew() {
-    for (int& fd : ends_)
-      if (fd >= 0) close(fd);
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends_), 0);
-    heard.clear();
-  }
-
-  // Sends the packet's body as the PC would after the code word, runs the
-  // handler and collects what it answered.
-  std::vector<uint8_t> Run(Handler handler, const void* packet, size_t length, bool* accepted = nullptr) {
-    if (length > 4 && send(ends_[0], static_cast<const uint8_t*>(packet) + 4, length - 4, 0) < 0) ADD_FAILURE();
-    xoIF2013Command_Base code;
-    memcpy(&code, packet, sizeof code);
-    bool result = handler(ends_[1], &code);
-    if (accepted) *accepted = result;
-    std::vector<uint8_t> reply(256);
-    ssize_t received = recv(ends_[0], reply.data(), reply.size(), MSG_DONTWAIT);
-    reply.resize(received > 0 ? size_t(received) : 0);
-    return reply;
-  }
-  std::vector<uint8_t> RunCaptured(Handler handler, const void* packet, size_t length, std::string& printed) {
+  std::vector<uint8_t> RunCaptured(LinkHandler handler, const void* packet, size_t length, std::string& printed) {
     ::testing::internal::CaptureStdout();
-    std::vector<uint8_t> reply = Run(handler, packet, length);
+    std::vector<uint8_t> reply = CallLinkHandler(handler, packet, length);
     fflush(stdout);
     printed = ::testing::internal::GetCapturedStdout();
     return reply;
   }
-  void ClosePcEnd() {
-    close(ends_[0]);
-    ends_[0] = -1;
-  }
 
-  int ends_[2] = {-1, -1};
   uint8_t saved_[KAVRI_TRANS_AREA_SIZE];
 };
 
@@ -235,7 +203,7 @@ TEST_F(OnlineCommand, StartOnlineClearsTheOutputsAndTellsTheHostTheFullName) {
   FillArea();
   xoIF2013Command_StartOnline command{KavriCmdStartOnline};
   memset(command.programName, 'n', sizeof command.programName);  // no terminator
-  EXPECT_EQ(Run(kavri::HandleStartOnline, &command, sizeof command), ReplyCode(KavriReplyStartOnline));
+  EXPECT_EQ(CallLinkHandler(kavri::HandleStartOnline, &command, sizeof command), ReplyCode(KavriReplyStartOnline));
   EXPECT_TRUE(KavriLib_CheckOnlineProgramActive());
   for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
   EXPECT_EQ(Area()[KAVRI_TRANS_AREA_CLEAR_SIZE], uint8_t(KAVRI_TRANS_AREA_CLEAR_SIZE * 7 + 3));
@@ -251,14 +219,14 @@ TEST_F(OnlineCommand, StopOnlineClearsTheOutputsOnlyOnceThePcHasItsReply) {
   } cases[] = {{"reply written", true}, {"reply cannot be written", false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Renew();
+    heard.clear();
     OnlineModeActive = true;
     FillArea();
     std::vector<uint8_t> before(Area(), Area() + KAVRI_TRANS_AREA_SIZE);
-    if (!c.pcListens) ClosePcEnd();
     xoIF2013Command_Base command{KavriCmdStopOnline};
     bool accepted = false;
-    std::vector<uint8_t> reply = Run(kavri::HandleStopOnline, &command, sizeof command, &accepted);
+    std::vector<uint8_t> reply = CallLinkHandler(kavri::HandleStopOnline, &command, sizeof command, &accepted,
+                                                 !c.pcListens);
     EXPECT_EQ(accepted, c.pcListens);
     EXPECT_FALSE(KavriLib_CheckOnlineProgramActive());
     ASSERT_EQ(heard.size(), 1u);
