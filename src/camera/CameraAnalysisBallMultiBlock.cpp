@@ -47,7 +47,7 @@ void Judge(const Totals& blob, int t, Ball& best) {
 
 Ball SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t fewest) {
   Ball best;
-  int64_t most = int64_t(block.cellSize) * block.cellSize * 9 / 10;
+  int64_t most = CameraBallSquareShare(block.cellSize, 9);
   for (int32_t r = 1; r < block.cellsDown; ++r) {
     for (int32_t c = 1; c < block.cellsAcross; ++c) {
       const CameraBallMoments* below = tables + int64_t(r) * block.cellsAcross + c;
@@ -72,7 +72,7 @@ Ball SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, in
 // Totals run on from level to level, so a pixel counts once for every level
 // it reaches: the more colourful, the heavier.
 void LargeBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t most, Ball& best) {
-  int64_t fewest = int64_t(block.cellSize) * block.cellSize * 7 / 10;
+  int64_t fewest = CameraBallSquareShare(block.cellSize, 7);
   Totals running;
   for (int t = 255; t >= 0; --t) {
     for (int32_t cell = 0; cell < block.Cells(); ++cell) running.Add(tables[cell], t);
@@ -135,8 +135,8 @@ void CameraAnalysisBallMultiBlock::Analyze(int index, const unsigned char* frame
     height = block.height;
     CameraBallMeasure(frame, cellTables, Exclusions(), exclusionCount);
     if (block.cellsDown >= 2 && block.cellsAcross >= 2)
-      ball = SmallBall(cellTables, block, int64_t(sizeMin) * sizeMin * 7 / 10);
-    LargeBall(cellTables, block, int64_t(sizeMax) * sizeMax * 9 / 10, ball);
+      ball = SmallBall(cellTables, block, CameraBallSquareShare(sizeMin, 7));
+    LargeBall(cellTables, block, CameraBallSquareShare(sizeMax, 9), ball);
   }
   bool found = ball.quality > 0;
   CameraStoreResult(xResult, found ? CameraFloorToInt(ball.x * 2000.0 / width - 1000.0 + 0.5) : 0);

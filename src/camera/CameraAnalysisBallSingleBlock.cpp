@@ -22,8 +22,8 @@ struct Ball {
 Ball Search(const CameraBallMoments& m, int32_t threshold, int32_t radiusMin, int32_t radiusMax) {
   Ball ball;
   if (threshold > 255) return ball;
-  int64_t fewest = int64_t(radiusMin) * radiusMin * 7 / 10;
-  int64_t most = int64_t(radiusMax) * radiusMax * 9 / 10;
+  int64_t fewest = CameraBallSquareShare(radiusMin, 7);
+  int64_t most = CameraBallSquareShare(radiusMax, 9);
   for (int32_t t = 255; t >= std::max(threshold, 0); --t) {
     uint32_t n = m.count[t];
     if (!(n > fewest)) continue;

@@ -52,6 +52,15 @@ void CameraBallFree(CameraBallMoments* tables);
 void CameraBallMeasure(const unsigned char* frame, CameraBallMoments* tables, const CameraBallExclusion* exclusions,
                        int32_t exclusionCount);
 
+// size x size x tenths / 10, the pixel counts the searches compare with. A
+// size beyond 2^20 pixels is taken as 2^20: no frame holds that many pixels
+// either way, and the product stays inside 64 bits.
+inline int64_t CameraBallSquareShare(int32_t size, int tenths) {
+  int64_t edge = size < 0 ? -int64_t(size) : size;
+  if (edge > (int64_t(1) << 20)) edge = int64_t(1) << 20;
+  return edge * edge * tenths / 10;
+}
+
 // Means and variances of a blob, in single precision.
 struct CameraBlob {
   float meanX;
