@@ -12,6 +12,7 @@
 
 #include <jpeglib.h>  // after <cstdio>, which it needs
 
+#include "JpegReference.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/SimCamera.h"
@@ -38,16 +39,7 @@ using camera_devices::Bytes;
 void PlainRawDecode(Bytes& jpeg) {
   jpeg_decompress_struct info;
   jpeg_error_mgr errors;
-  info.err = jpeg_std_error(&errors);
-  jpeg_create_decompress(&info);
-  jpeg_mem_src(&info, jpeg.data(), jpeg.size());
-  jpeg_read_header(&info, TRUE);
-  info.raw_data_out = TRUE;
-  info.dct_method = JDCT_IFAST;
-  info.do_fancy_upsampling = FALSE;
-  info.do_block_smoothing = FALSE;
-  info.out_color_space = JCS_YCbCr;
-  jpeg_start_decompress(&info);
+  StartReferenceDecode(info, errors, jpeg, true);
   JSAMPARRAY planes[3];
   for (int c = 0; c < 3; ++c)
     planes[c] = (*info.mem->alloc_sarray)(reinterpret_cast<j_common_ptr>(&info), JPOOL_IMAGE,

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <functional>
@@ -102,7 +103,8 @@ TEST_F(CameraFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
 }
 
 TEST_F(CameraFrameworkTest, SharpnessLineMeasuresTheMiddleRow) {
-  CameraAnalysisBase head{CameraAnalysisTypeMaxOnLine, nullptr, 8, 4};
+  // A type without an analysis: the measurement looks only at the image.
+  CameraAnalysisBase head{9, nullptr, 8, 4};
   unsigned char frame[8 * 4 * 2] = {};
   unsigned char* middleRow = frame + 8 * 4;
   for (int pixel = 0; pixel < 8; ++pixel) middleRow[2 * pixel] = uint8_t(10 * pixel);
@@ -168,7 +170,8 @@ class CameraDeliverFrameTest : public testing::Test {
   std::vector<uint8_t> Take() {
     int which = record_.readIndex;
     if (!record_.Full(which).load(std::memory_order_acquire)) return {};
-    std::vector<uint8_t> frame(record_.buffer[which], record_.buffer[which] + record_.size[which]);
+    std::vector<uint8_t> frame(size_t(record_.size[which]));
+    std::copy_n(record_.buffer[which], frame.size(), frame.begin());
     record_.readIndex = (which + 1) % 2;
     record_.Full(which).store(0, std::memory_order_release);
     return frame;

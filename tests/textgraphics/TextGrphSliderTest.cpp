@@ -139,6 +139,8 @@ TEST(SliderStepping, PressRemembersTheBaseAndLimitsClampTheResult) {
   EXPECT_EQ(TextGrph_HandleSlider(8, 0, 100, 5, -1536), 0) << "10 - 4 * 5 clamped to the minimum";
   EXPECT_EQ(TextGrph_HandleSlider(8, 0, 100, 25, 1536), 100) << "10 + 4 * 25 clamped to the maximum";
   EXPECT_EQ(TextGrph_HandleSlider(8, 0, 100, 3, 1536), 22);
+  EXPECT_EQ(TextGrph_HandleSlider(100, 0, 100, 1, 1), 100) << "one past the maximum";
+  EXPECT_EQ(TextGrph_HandleSlider(0, 0, 100, 1, -1), 0) << "one below the minimum";
 }
 
 }  // namespace
