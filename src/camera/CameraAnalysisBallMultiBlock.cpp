@@ -16,11 +16,6 @@ namespace {
 
 constexpr int kDebugAnalyses = 2;
 
-struct Ball {
-  float quality = 0;  // 0: none found
-  int32_t x = 0, y = 0, radius = 0, level = 0;
-};
-
 // n and the four sums a ball is judged by, added over several cells.
 struct Totals {
   uint32_t n = 0, sumX = 0, sumY = 0, sumXX = 0, sumYY = 0;
@@ -35,7 +30,7 @@ struct Totals {
 };
 
 // Takes the blob if it is rounder than the best so far.
-void Judge(const Totals& blob, int t, Ball& best) {
+void Judge(const Totals& blob, int t, CameraBall& best) {
   CameraBlob b = CameraBlobOf(blob.n, blob.sumX, blob.sumY, blob.sumXX, blob.sumYY);
   float spread = b.varX * b.varY;
   if (spread == 0) return;
@@ -45,14 +40,14 @@ void Judge(const Totals& blob, int t, Ball& best) {
           CameraFloorToInt(std::sqrt(double(b.varX + b.varY)) + 0.5), t};
 }
 
-Ball SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t fewest) {
-  Ball best;
+CameraBall SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t fewest) {
+  CameraBall best;
   int64_t most = CameraBallSquareShare(block.cellSize, 9);
   for (int32_t r = 1; r < block.cellsDown; ++r) {
     for (int32_t c = 1; c < block.cellsAcross; ++c) {
       const CameraBallMoments* below = tables + int64_t(r) * block.cellsAcross + c;
       const CameraBallMoments* above = below - block.cellsAcross;
-      Ball group;
+      CameraBall group;
       const CameraBallMoments* cells[] = {above - 1, above, below - 1, below};
       for (int t = 255; t >= 0; --t) {
         // Most levels are decided by the count alone.
@@ -71,7 +66,7 @@ Ball SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, in
 
 // Totals run on from level to level, so a pixel counts once for every level
 // it reaches: the more colourful, the heavier.
-void LargeBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t most, Ball& best) {
+void LargeBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t most, CameraBall& best) {
   int64_t fewest = CameraBallSquareShare(block.cellSize, 7);
   Totals running;
   for (int t = 255; t >= 0; --t) {
@@ -125,7 +120,7 @@ void CameraAnalysisBallMultiBlock::Uninit() {
 
 void CameraAnalysisBallMultiBlock::Analyze(int index, const unsigned char* frame, const unsigned char*,
                                            const unsigned char*, int) {
-  Ball ball;
+  CameraBall ball;
   int32_t cells = 0;
   double width = 1, height = 1;
   if (cellTables) {

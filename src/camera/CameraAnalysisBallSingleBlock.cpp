@@ -12,15 +12,10 @@ namespace {
 
 constexpr int kDebugAnalyses = 2;
 
-struct Ball {
-  float quality = 0;  // 0: none found
-  int32_t x = 0, y = 0, radius = 0, level = 0;
-};
-
 // From the most colourful level down to the threshold, each level's blob is
 // everything at or above it; it only grows as the level falls.
-Ball Search(const CameraBallMoments& m, int32_t threshold, int32_t radiusMin, int32_t radiusMax) {
-  Ball ball;
+CameraBall Search(const CameraBallMoments& m, int32_t threshold, int32_t radiusMin, int32_t radiusMax) {
+  CameraBall ball;
   if (threshold > 255) return ball;
   int64_t fewest = CameraBallSquareShare(radiusMin, 7);
   int64_t most = CameraBallSquareShare(radiusMax, 9);
@@ -81,7 +76,7 @@ void CameraAnalysisBallSingleBlock::Uninit() {
 
 void CameraAnalysisBallSingleBlock::Analyze(int index, const unsigned char* frame, const unsigned char*,
                                             const unsigned char*, int) {
-  Ball ball;
+  CameraBall ball;
   int64_t width = 1, height = 1;
   if (moments) {
     const CameraBallBlock& block = CameraBallBlockOf(moments);

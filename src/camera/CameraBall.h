@@ -61,6 +61,12 @@ inline int64_t CameraBallSquareShare(int32_t size, int tenths) {
   return edge * edge * tenths / 10;
 }
 
+// The roundest blob so far, in block pixels; quality 0: none found.
+struct CameraBall {
+  float quality = 0;
+  int32_t x = 0, y = 0, radius = 0, level = 0;
+};
+
 // Means and variances of a blob, in single precision.
 struct CameraBlob {
   float meanX;
