@@ -136,7 +136,7 @@ TEST(FL48Arithmetic, AddExpScalesAndSaturates) {
   FL48 x = Make(0xE001, 0x80000000);
   FL48_AddExp(&x, 5);
   EXPECT_TRUE(SameWords(x, Make(0xE006, 0x80000000)));
-  FL48_AddExp(&x, FL48_EXP_MAX - 6);
+  FL48_AddExp(&x, FL48_EXP_MAX - 0x2006);
   EXPECT_TRUE(SameWords(x, Make(0xE000 | FL48_EXP_MAX, 0x80000000))) << "the top field itself is a number";
   FL48_AddExp(&x, 1);
   EXPECT_EQ(x.expWord, FL48_CODE_OVERFLOW);
