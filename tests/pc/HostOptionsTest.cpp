@@ -44,12 +44,6 @@ TEST(HostOptions, NumbersReadAsDecimalOrHexAfter0x) {
   }
 }
 
-TEST(HostOptions, ProgramLibraryAlwaysEndsWithASeparator) {
-  int exitCode;
-  EXPECT_EQ(Parse({"--programs", "/tmp/p"}, exitCode)->programs, "/tmp/p/");
-  EXPECT_EQ(Parse({"--programs", "/tmp/p/"}, exitCode)->programs, "/tmp/p/");
-}
-
 TEST(HostOptions, MistakesExitWith2AndHelpWith0) {
   const std::pair<std::vector<std::string>, int> cases[] = {
       {{"--port", "65536"}, 2},  {{"--port", "0"}, 2},          {{"--port", "8o8o"}, 2},

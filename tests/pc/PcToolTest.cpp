@@ -88,12 +88,6 @@ ToolRun RunTool(std::vector<std::string> words) {
   return {code, ReadAll(out), ReadAll(err)};
 }
 
-std::string Hex(int value) {
-  char text[16];
-  snprintf(text, sizeof text, "0x%x", value);
-  return text;
-}
-
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 struct MisbehaviourCase {
@@ -153,18 +147,6 @@ TEST(PcTool, StatusReportReadsAsTextAndAsJson) {
     ToolRun run = RunTool({"status", "--json", "--port", std::to_string(controller.port())});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, "{\"controller\":\"QV\\\"2013\",\"systemVersion\":\"4.1.5.0\",\"systemVersionWord\":67175680}\n");
-  }
-}
-
-TEST(PcTool, PortIsDecimalEvenWithALeadingZeroOrHexAfter0x) {
-  for (auto spell : {+[](int port) { return "0" + std::to_string(port); }, +[](int port) { return "00" + std::to_string(port); },
-                     +[](int port) { return Hex(port); }}) {
-    ScriptedController controller(StatusReply("QV2013", 0x04010500));
-    std::string port = spell(controller.port());
-    SCOPED_TRACE(port);
-    ToolRun run = RunTool({"--port", port, "status"});
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_TRUE(Contains(run.out, "QV2013")) << run.out;
   }
 }
 
