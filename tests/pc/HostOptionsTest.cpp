@@ -61,7 +61,7 @@ TEST(HostOptions, MistakesExitWith2AndHelpWith0) {
 // kavri-host announces the PC link only once the port really listens: a
 // bound socket is not enough, and another port is not this one.
 TEST(HostListening, OnlyAListeningSocketOnThePortCounts) {
-  int port;
+  int port = 0;
   int fd = BindLoopbackPort(port);
   ASSERT_GE(fd, 0);
 

@@ -122,7 +122,7 @@ TEST(PcTool, MisbehavingControllerGivesAClearErrorAndExitCode1) {
 TEST(PcTool, NoControllerIsNamedInTheError) {
   // Bound but not listening: connections are refused, and no one else can
   // take the port while the test holds it.
-  int port;
+  int port = 0;
   int fd = BindLoopbackPort(port);
   ASSERT_GE(fd, 0);
   ToolRun run = RunTool({"--port", std::to_string(port), "status"});
