@@ -74,7 +74,6 @@ class ProgramRun : public ::testing::Test {
     config.afterInit = [dir = dir_] { Monitor(dir); };
     controller_ = std::make_unique<ControllerProcess>(config);
     ASSERT_TRUE(controller_->WaitUntilListening()) << controller_->Stderr();
-    link_ = std::make_unique<LinkClient>("127.0.0.1", controller_->port(), 60);
   }
   void TearDown() override {
     link_.reset();
@@ -82,19 +81,28 @@ class ProgramRun : public ::testing::Test {
     EXPECT_EQ(system(("rm -rf " + dir_).c_str()), 0);
   }
 
+  // The controller drops a connection that stays silent for 5 s, as one may
+  // while the test waits or the tool chain runs: each step connects anew.
+  LinkClient& Reconnect() {
+    link_.reset();
+    link_ = std::make_unique<LinkClient>("127.0.0.1", controller_->port(), 60);
+    return *link_;
+  }
+
   std::vector<uint8_t> Build(std::vector<std::string> sources) {
     ProgramBuildOptions options;
     for (std::string& source : sources) options.sources.push_back(kPrograms + "/" + source);
     options.output = dir_ + "/image";
     options.includeDir = DefaultProgramIncludeDir();
-    BuildProgram(options, QueryLinkInfo(*link_));
+    BuildProgram(options, QueryLinkInfo(Reconnect()));
     std::ifstream file(options.output, std::ios::binary);
     return std::vector<uint8_t>((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   }
 
   void Run(std::vector<std::string> sources, const std::string& name = "program", bool ramOnly = true) {
-    DownloadImage(*link_, Build(std::move(sources)), name, ramOnly);
-    ASSERT_TRUE(StartProgram(*link_));
+    std::vector<uint8_t> image = Build(std::move(sources));
+    DownloadImage(Reconnect(), image, name, ramOnly);
+    ASSERT_TRUE(StartProgram(Reconnect()));
   }
 
   // Waits for `text` on the controller's output after position `from`;
@@ -149,7 +157,7 @@ TEST_F(ProgramRun, ExitCodeEndsTheProgramAndDownloadMode) {
   // Only the program thread stops the I/O threads after the program's own end.
   EXPECT_NE(WaitForLine("monitor io=0 prog=0", running), std::string::npos) << controller_->Stdout();
 
-  StopProgram(*link_);
+  StopProgram(Reconnect());
   WaitForLine("callback state=7");
   EXPECT_EQ(DownloadCallbacks(), (std::vector<std::string>{"state=3 name=exitcode", "state=4 name=(null)",
                                                             "state=7 name=(null)"}));
@@ -195,7 +203,7 @@ TEST_F(ProgramRun, EveryServiceSlotAnswersAsDocumented) {
 
 TEST_F(ProgramRun, FlashFileIsWrittenAndStartedByTheHost) {
   std::vector<uint8_t> image = Build({"Forever.c"});
-  DownloadImage(*link_, image, "forever", false);
+  DownloadImage(Reconnect(), image, "forever", false);
   std::ifstream flash(dir_ + "/forever", std::ios::binary);
   std::vector<uint8_t> stored((std::istreambuf_iterator<char>(flash)), std::istreambuf_iterator<char>());
   EXPECT_EQ(stored, image);
@@ -203,12 +211,12 @@ TEST_F(ProgramRun, FlashFileIsWrittenAndStartedByTheHost) {
   std::ofstream(dir_ + "/start-flash") << dir_ + "/forever";
   EXPECT_NE(WaitForLine("start flash " + dir_ + "/forever -> 1"), std::string::npos) << controller_->Stdout();
   EXPECT_NE(WaitForLine("monitor io=1 prog=1"), std::string::npos);
-  StopProgram(*link_);
+  StopProgram(Reconnect());
   EXPECT_NE(WaitForLine("monitor io=0 prog=0", WaitForLine("monitor io=1 prog=1")), std::string::npos);
 }
 
 TEST_F(ProgramRun, StartBeforeAnyDownloadStartsNothing) {
-  EXPECT_FALSE(StartProgram(*link_));
+  EXPECT_FALSE(StartProgram(Reconnect()));
   EXPECT_EQ(DownloadCallbacks(), std::vector<std::string>{"state=4 name=(null)"});
   EXPECT_EQ(controller_->Stdout().find("Program thread started"), std::string::npos);
   EXPECT_EQ(controller_->Stdout().find("monitor io=1"), std::string::npos);
@@ -227,10 +235,10 @@ TEST_F(ProgramRun, StopCodeStopsARunningProgram) {
   Run({"Forever.c"});
   size_t running = WaitForLine("monitor io=1 prog=1");
   ASSERT_NE(running, std::string::npos);
-  StopProgram(*link_);
+  StopProgram(Reconnect());
   EXPECT_NE(WaitForLine("monitor io=0 prog=0", running), std::string::npos);
   EXPECT_NE(WaitForLine("callback state=7"), std::string::npos);
-  EXPECT_TRUE(StartProgram(*link_)) << "the download stays valid";
+  EXPECT_TRUE(StartProgram(Reconnect())) << "the download stays valid";
   EXPECT_NE(WaitForLine("monitor io=1 prog=1", running), std::string::npos);
 }
 
@@ -240,11 +248,10 @@ TEST_F(ProgramRun, StopCodeStopsARunningProgram) {
 TEST_F(ProgramRun, StuckSliceDoesNotHangTheController) {
   Run({"Stuck.c"});
   ASSERT_NE(WaitForLine("monitor io=1 prog=1"), std::string::npos);
-  EXPECT_THROW(StopProgram(*link_), LinkError);
+  EXPECT_THROW(StopProgram(Reconnect()), LinkError);
   EXPECT_TRUE(controller_->WaitForStderr("did not end")) << controller_->Stderr();
-  link_ = std::make_unique<LinkClient>("127.0.0.1", controller_->port(), 60);
   xoIF2013Command_Base status{KavriCmdQueryStatus};
-  auto reply = link_->Exchange<xoIF2013Command_Base, xoIF2013Reply_QueryStatus>(status, KavriReplyQueryStatus, "status");
+  auto reply = Reconnect().Exchange<xoIF2013Command_Base, xoIF2013Reply_QueryStatus>(status, KavriReplyQueryStatus, "status");
   EXPECT_STREQ(reply.controllerType, KAVRI_CONTROLLER_TYPE);
 }
 
