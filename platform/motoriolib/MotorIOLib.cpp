@@ -38,6 +38,11 @@ std::atomic<bool> cycleRunning{false};
 std::atomic<bool> cycleTerminate{false};
 std::atomic<std::thread::id> cycleThreadId{};
 
+// The display buffer lies right behind the transfer area.
+KavriAddr32 DisplayBufferAddress(shm_if_s* area) {
+  return static_cast<KavriAddr32>(reinterpret_cast<uintptr_t>(area) + KAVRI_TRANS_AREA_SIZE);
+}
+
 // The area must keep one address for the process' life, and its display
 // pointer must fit the 32-bit field: on 64-bit hosts it lives below 4 GiB.
 shm_if_s* CreateTransArea() {
@@ -51,7 +56,7 @@ shm_if_s* CreateTransArea() {
     abort();
   }
   auto* area = static_cast<shm_if_s*>(mapping);
-  area->DisplayBuffer = static_cast<KavriAddr32>(reinterpret_cast<uintptr_t>(mapping) + KAVRI_TRANS_AREA_SIZE);
+  area->DisplayBuffer = DisplayBufferAddress(area);
   return area;
 }
 
@@ -66,6 +71,10 @@ uint16_t LoadField(uint16_t& field) { return std::atomic_ref<uint16_t>(field).lo
 void StoreField(uint16_t& field, uint16_t value) { std::atomic_ref<uint16_t>(field).store(value, std::memory_order_relaxed); }
 
 void ExchangeWithHardware(shm_if_s* area) {
+  // The display pointer is the hardware side's, and a program start clears
+  // the area's head where it lies: like the controller's library, every
+  // exchange sets it again before a program can draw.
+  std::atomic_ref<KavriAddr32>(area->DisplayBuffer).store(DisplayBufferAddress(area), std::memory_order_relaxed);
   for (int channel = 0; channel < MOTORIOLIB_SIM_CHANNELS; ++channel) {
     uint16_t output = LoadField(area->OutputValues[channel]);
     hardware.outputs[channel].store(output, std::memory_order_relaxed);

@@ -88,6 +88,16 @@ TEST_F(MotorIOLib, ExchangeWiresOutputsBackToInputsUnlessForced) {
   EXPECT_FALSE(MotorIOLib_DoTransfer(&stranger, KAVRI_TRANS_AREA_INDEX));
 }
 
+// A program start clears the head of the area, display pointer included.
+TEST_F(MotorIOLib, ExchangeSetsTheDisplayPointerAgainAfterTheAreaWasCleared) {
+  shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
+  uint8_t* buffer = KavriDisplayBufferOf(area);
+  memset(area, 0, 1024);
+  ASSERT_EQ(KavriDisplayBufferOf(area), nullptr);
+  ASSERT_TRUE(MotorIOLib_DoTransfer(area, KAVRI_TRANS_AREA_INDEX));
+  EXPECT_EQ(KavriDisplayBufferOf(area), buffer);
+}
+
 TEST_F(MotorIOLib, DisplayFrameIsTakenOnlyWhenTheUpdateFlagIsRaised) {
   shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
   ASSERT_EQ(area, MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
