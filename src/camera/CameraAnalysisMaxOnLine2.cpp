@@ -3,6 +3,8 @@
 // any width at any centre cost four lookups per buffer; centres advance by an
 // eighth of the width and widths grow by an eighth, so a frame costs about
 // N log N.
+#include <stdint.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -16,26 +18,65 @@ namespace {
 
 // How far the middle of a line stands above its two flanks. When one flank
 // is much weaker the weaker decides, so a line must stand out on both sides.
-int32_t CombineFlanks(int32_t left, int32_t right) {
-  if (right > 2 * left) return left;
-  if (left > 2 * right) return right;
-  return (left + right) >> 1;
+// Selects rather than branches, so that runs of centres vectorise.
+inline int32_t CombineFlanks(int32_t left, int32_t right) {
+  const int32_t both = (left + right) >> 1;
+  return right > 2 * left ? left : left > 2 * right ? right : both;
 }
 
-// Response of an even width w centred on c: the inner w samples against
-// twice each flank of w/2 samples.
-int32_t Response(const int32_t* sums, int32_t c, int32_t w) {
-  const int32_t h = w / 2, inner = sums[c + h] - sums[c - h];
-  return CombineFlanks(inner - 2 * (sums[c - h] - sums[c - w]), inner - 2 * (sums[c + w] - sums[c + h]));
+// Centres are measured in runs of at most this many, into a buffer on the
+// stack.
+constexpr int kRun = 256;
+
+// Responses of an even width w at count centres first, first+stride, ...:
+// the inner w samples against twice each flank of w/2 samples. Raise keeps
+// the larger of out and this buffer's response. A stride of 1 is the common
+// case (narrow widths, refinement) and gets a loop of its own that the
+// compiler turns into vector code.
+template <bool Raise>
+void EvenResponses(const int32_t* sums, int32_t first, int32_t stride, int32_t w, int count, int32_t* out) {
+  const int32_t h = w / 2;
+  const int32_t *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
+                *outerR = sums + (first + w);
+  auto at = [&](int i, int j) {
+    const int32_t inner = innerR[j] - innerL[j];
+    const int32_t r = CombineFlanks(inner - 2 * (innerL[j] - outerL[j]), inner - 2 * (outerR[j] - innerR[j]));
+    out[i] = Raise ? std::max(out[i], r) : r;
+  };
+  if (stride == 1) {
+    for (int i = 0; i < count; ++i) at(i, i);
+  } else {
+    for (int i = 0; i < count; ++i) at(i, i * stride);
+  }
 }
 
-// Response of any width tw, odd ones too: each flank of tw/2 samples is
-// weighted up to the line's width.
-int32_t ResponseWeighted(const int32_t* sums, int32_t c, int32_t tw) {
+// Responses of any width tw, odd ones too, at count centres from first on:
+// each flank of tw/2 samples is weighted up to the line's width.
+void WeightedResponses(const int32_t* sums, int32_t first, int32_t tw, int count, int32_t* out) {
   const int32_t h = tw / 2, k = tw * 256 / h;
-  const int32_t inner = sums[c + h] - sums[c - tw + h];
-  const int32_t left = sums[c - tw + h] - sums[c - tw], right = sums[c + (tw & ~1)] - sums[c + h];
-  return CombineFlanks(inner - ((left * k) >> 8), inner - ((right * k) >> 8));
+  const int32_t *outerL = sums + (first - tw), *innerL = sums + (first - tw + h), *innerR = sums + (first + h),
+                *outerR = sums + (first + (tw & ~1));
+  for (int i = 0; i < count; ++i) {
+    const int32_t inner = innerR[i] - innerL[i];
+    out[i] = CombineFlanks(inner - (((innerL[i] - outerL[i]) * k) >> 8), inner - (((outerR[i] - innerR[i]) * k) >> 8));
+  }
+}
+
+inline int32_t Largest(const int32_t* values, int count) {
+  int32_t largest = INT32_MIN;
+  for (int i = 0; i < count; ++i) largest = std::max(largest, values[i]);
+  return largest;
+}
+
+// Calls visit(first centre, count) for the runs that cover the centres
+// first, first+stride, ... up to last.
+template <typename Visit>
+void ForRuns(int32_t first, int32_t last, int32_t stride, Visit visit) {
+  for (int32_t c = first; c <= last;) {
+    const int count = int(std::min<int32_t>(kRun, (last - c) / stride + 1));
+    visit(c, count);
+    c += count * stride;
+  }
 }
 
 // The buffers a search looks at: grey alone, or grey and the three channels.
@@ -43,10 +84,10 @@ struct SumBuffers {
   int32_t* sums[4];
   int count;
 
-  int32_t BestResponse(int32_t c, int32_t w) const {
-    int32_t best = Response(sums[0], c, w);
-    for (int b = 1; b < count; ++b) best = std::max(best, Response(sums[b], c, w));
-    return best;
+  // The largest response over the buffers, per centre.
+  void BestResponses(int32_t first, int32_t stride, int32_t w, int n, int32_t* out) const {
+    EvenResponses<false>(sums[0], first, stride, w, n, out);
+    for (int b = 1; b < count; ++b) EvenResponses<true>(sums[b], first, stride, w, n, out);
   }
 };
 
@@ -143,10 +184,14 @@ class LineSearch {
       previous = w;
       if (w > n_ - w) continue;
       const int32_t step = (w + 7) >> 3, minimum = CameraMul32(threshold, w);
-      for (int32_t c = w; c <= n_ - w; c += step) {
-        const int32_t response = buffers_.BestResponse(c, w);
-        if (response >= minimum) lines_.Merge({c, w, Strength(response, w)});
-      }
+      ForRuns(w, n_ - w, step, [&](int32_t first, int count) {
+        int32_t responses[kRun];
+        buffers_.BestResponses(first, step, w, count, responses);
+        // Most runs hold no candidate at all.
+        if (Largest(responses, count) < minimum) return;
+        for (int i = 0; i < count; ++i)
+          if (responses[i] >= minimum) lines_.Merge({first + i * step, w, Strength(responses[i], w)});
+      });
     }
   }
 
@@ -162,13 +207,17 @@ class LineSearch {
       for (int32_t tw = lowest; tw <= highest; tw += step) {
         const int32_t reach = (tw + 7) >> 3, minimum = CameraMul32(record_.threshold, tw);
         const int32_t last = std::min(n_ - tw, found.position + reach);
-        for (int32_t c = std::max(found.position - reach, tw); c <= last; ++c) {
-          const int32_t response = measure(c, tw);
-          if (response < minimum) continue;
-          int32_t strength = Strength(response, tw);
-          if (sixteenBit) strength = uint16_t(strength);
-          if (strength > best.strength) best = {c, tw, strength};
-        }
+        ForRuns(std::max(found.position - reach, tw), last, 1, [&](int32_t first, int count) {
+          int32_t responses[kRun];
+          measure(first, tw, count, responses);
+          if (Largest(responses, count) < minimum) return;
+          for (int i = 0; i < count; ++i) {
+            if (responses[i] < minimum) continue;
+            int32_t strength = Strength(responses[i], tw);
+            if (sixteenBit) strength = uint16_t(strength);
+            if (strength > best.strength) best = {first + i, tw, strength};
+          }
+        });
       }
       if (best.width < record_.widthMin || best.width > record_.widthMax) {
         lines_.Remove(i);
@@ -183,7 +232,8 @@ class LineSearch {
         [](int32_t w0) {
           return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
         },
-        [this](int32_t c, int32_t tw) { return buffers_.BestResponse(c, tw); }, false);
+        [this](int32_t first, int32_t tw, int count, int32_t* out) { buffers_.BestResponses(first, 1, tw, count, out); },
+        false);
   }
 
   void RefineBW() {
@@ -194,7 +244,10 @@ class LineSearch {
                       : Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
         },
         // The strength of a luma refine is kept to 16 bits.
-        [this](int32_t c, int32_t tw) { return ResponseWeighted(buffers_.sums[0], c, tw); }, true);
+        [this](int32_t first, int32_t tw, int count, int32_t* out) {
+          WeightedResponses(buffers_.sums[0], first, tw, count, out);
+        },
+        true);
   }
 
   // Writes the lines left to right into the slots and clears the slots

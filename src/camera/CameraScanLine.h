@@ -79,16 +79,23 @@ struct CameraScanFrame {
   // converted).
   int32_t Luma(double x, double y) const {
     if (!(x >= 0 && x < width && y >= 0 && y < height)) return 0;
-    return data[(size_t(y) * size_t(width) + size_t(x)) * 2];
+    return data[Offset(int32_t(x), int32_t(y))];
   }
   // Colour of the pixel; black outside. With an odd width (the decoder
   // never delivers one) the last column has no chroma pair and counts as
   // outside.
   CameraRgb Rgb(double x, double y) const {
     if (!(x >= 0 && x < (width & ~1) && y >= 0 && y < height)) return {0, 0, 0};
-    const unsigned char* pair = data + (size_t(y) * size_t(width) + (size_t(x) & ~size_t(1))) * 2;
-    return CameraYuvToRgb(pair[(size_t(x) & 1) * 2], pair[1], pair[3]);
+    const int32_t column = int32_t(x);
+    const unsigned char* pair = data + Offset(column & ~1, int32_t(y));
+    return CameraYuvToRgb(pair[(column & 1) * 2], pair[1], pair[3]);
   }
+
+ private:
+  // Byte offset of the luma of an inside pixel. The coordinates are known
+  // to lie in 0 .. width or height, so truncation is the floor, and a
+  // conversion to int is a single instruction where one to size_t is not.
+  size_t Offset(int32_t column, int32_t row) const { return (size_t(row) * size_t(width) + size_t(column)) * 2; }
 };
 
 // Calls visit(i, x, y) for i = 0 .. count-1, where the floors of x and y
