@@ -26,8 +26,9 @@ namespace kavri::fl {
 // processor and for those with the three-operand shifts and bit instructions
 // (BMI1, BMI2). The loader binds the symbol to the one the processor runs, so
 // calls through the GOT cost nothing extra. Each starts on a cache line: their
-// fast paths then span three lines instead of four.
-#if defined(__x86_64__)
+// fast paths then span three lines instead of four. Not under
+// ThreadSanitizer: the loader runs the resolvers before its run-time is up.
+#if defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
 #define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default"), aligned(64)))
 #else
 #define KAVRI_FL_BUILT_TWICE
