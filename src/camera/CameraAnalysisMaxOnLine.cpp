@@ -32,8 +32,11 @@ void BoxFilter(int32_t* buffer, int32_t count) {
   buffer[count - 4] = -1;
 }
 
+// A plain reduction, which the compiler turns into vector code.
 int32_t MinimumOf(const int32_t* buffer, int64_t first, int64_t count) {
-  return *std::min_element(buffer + first, buffer + first + count);
+  int32_t minimum = buffer[first];
+  for (int64_t i = first + 1; i < first + count; ++i) minimum = std::min(minimum, buffer[i]);
+  return minimum;
 }
 
 }  // namespace
@@ -126,7 +129,16 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
   // Erode by the narrowest width: a plateau survives only where it is at
   // least that wide. Bounds in 64 bits, as hostile widths reach past 32.
   const int64_t lastEroded = int64_t(n) - 3 - h - wmin, lastCandidate = int64_t(n) - 4 - wmin - h;
-  for (int64_t j = h - 1; j <= lastEroded; ++j) erodedBuffer[j] = MinimumOf(value, j, wmin);
+  // One pass per offset over the whole range rather than one window per
+  // place: the passes vectorise, the windows do not.
+  if (lastEroded >= h - 1) {
+    int32_t* const eroded = erodedBuffer + (h - 1);
+    const int32_t* const from = value + (h - 1);
+    const int64_t places = lastEroded - (h - 1) + 1;
+    std::copy(from, from + places, eroded);
+    for (int32_t t = 1; t < wmin; ++t)
+      for (int64_t j = 0; j < places; ++j) eroded[j] = std::min(eroded[j], from[j + t]);
+  }
 
   const int32_t peakMin = Percent(peakThreshold), contrastMin = Percent(contrastThreshold);
   int32_t best = -2147483647, bestIndex = -1, bestLeft = 0, bestRight = 0;
