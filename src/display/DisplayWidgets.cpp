@@ -12,12 +12,8 @@
 
 #include "display/VekWidgets.h"
 #include "host/ThreadStop.h"
-#include "kavri/KavriLib.h"
-// The library's internal calls, KavriNotifyProgramInfo among them, are
-// moving from the public header to the host's own.
-#if __has_include("host/KavriState.h")
 #include "host/KavriState.h"
-#endif
+#include "kavri/KavriLib.h"
 
 namespace {
 

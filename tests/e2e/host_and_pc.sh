@@ -16,7 +16,8 @@ contains() { grep -q -- "$2" <<<"$1"; }
 free_port() {
   local port
   for _ in $(seq 50); do
-    port=$((20000 + RANDOM % 30000))
+    # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
+    port=$((20000 + RANDOM % 12000))
     (exec 3<>/dev/tcp/127.0.0.1/$port) 2>/dev/null || { echo $port; return; }
   done
 }

@@ -20,7 +20,8 @@ wait_for() {  # wait_for SECONDS CONDITION...
 }
 port_free() { ! (exec 3<>/dev/tcp/127.0.0.1/$1) 2>/dev/null; }
 for _ in $(seq 50); do
-  port=$((20000 + RANDOM % 30000))
+  # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
+  port=$((20000 + RANDOM % 12000))
   port_free $port && port_free $((port + 1)) && break
 done
 

@@ -18,7 +18,8 @@ contains() { grep -q -- "$2" <<<"$1"; }
 # parallel test took the port) the host ends and another pair is tried.
 start_host() {
   for _ in $(seq 20); do
-    port=$((20000 + RANDOM % 30000)); camera_port=$((port + 1))
+    # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
+    port=$((20000 + RANDOM % 12000)); camera_port=$((port + 1))
     $run "$host_bin" --port "$port" --camera-port "$camera_port" --programs "$work/programs" \
       > "$work/host.log" 2>&1 &
     host_pid=$!

@@ -20,7 +20,8 @@ wait_for_log() {  # wait_for_log TEXT: up to 60 s
 
 # The controller's bind fails if a parallel test took the port: try others.
 for _ in $(seq 20); do
-  port=$((20000 + RANDOM % 30000))
+  # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
+  port=$((20000 + RANDOM % 12000))
   $run "$host_bin" --port "$port" --camera-port $((port + 1)) --programs "$work/programs" \
     --display-image "$work/display.pbm" > "$work/host.log" 2>&1 &
   host_pid=$!
