@@ -68,7 +68,10 @@ Readable WaitReadable(int fd, int seconds) {
 }
 
 // The buffers and capacity are published before enabled: a capture thread
-// that sees enabled also sees where to copy and how much fits.
+// that sees enabled also sees where to copy and how much fits. The record was
+// initialised before capture started; initialising it again here would clear
+// a writing flag the running capture thread has just raised, and the clean-up
+// could then free a buffer under its copy.
 bool LendBuffers(Session& session) {
   int64_t width = CameraFrameWidth, height = CameraFrameHeight;
   if (width < 1 || height < 1 || width > kCameraServerMaxSide || height > kCameraServerMaxSide) {
@@ -77,7 +80,6 @@ bool LendBuffers(Session& session) {
   }
   int32_t capacity = static_cast<int32_t>(width * height * 2);
   CameraAnalysisDeliverFrame& record = Record();
-  record.Init();
   for (uint8_t*& block : session.blocks) {
     block = static_cast<uint8_t*>(malloc(kHeaderSize + size_t(capacity)));
     if (!block) {
