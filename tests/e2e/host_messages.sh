@@ -3,25 +3,11 @@
 # listens (a port in use gives the bind error and no success line), and the
 # debug file is written while the host runs, not when it ends.
 # Usage: host_messages.sh KAVRI_HOST
-set -u
 host_bin=$1
-run=${KAVRI_RUN_PREFIX:-}
-work=$(mktemp -d)
-host_pid=
-trap 'kill -9 $host_pid 2>/dev/null; rm -rf "$work"' EXIT
-failures=0 passes=0
-check() {  # check NAME CONDITION...
-  local name=$1; shift
-  if "$@"; then echo "ok: $name"; passes=$((passes + 1)); else echo "FAILED: $name"; failures=$((failures + 1)); fi
-}
-wait_for() {  # wait_for SECONDS CONDITION...
-  local deadline=$((SECONDS + $1)); shift
-  until "$@"; do [ $SECONDS -ge $deadline ] && return 1; sleep 0.1; done
-}
+source "$(dirname "$0")/common.sh"
 port_free() { ! (exec 3<>/dev/tcp/127.0.0.1/$1) 2>/dev/null; }
 for _ in $(seq 50); do
-  # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
-  port=$((20000 + RANDOM % 12000))
+  port=$(random_port)
   port_free $port && port_free $((port + 1)) && break
 done
 
@@ -51,6 +37,4 @@ check "rates line is in the debug file while the host runs" wait_for 30 grep -q 
 
 kill -TERM $host_pid
 wait $host_pid
-if [ $failures -ne 0 ]; then cat "$work/host.log" "$work/second.log"; fi
-echo "$passes passed, $failures failed"
-exit $((failures != 0))
+finish "$work/second.log"

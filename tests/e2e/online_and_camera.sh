@@ -2,36 +2,9 @@
 # kavri-pc drives a kavri-host controller through an online session read
 # from a pipe, and saves frames of the simulated camera.
 # Usage: online_and_camera.sh KAVRI_HOST KAVRI_PC
-set -u
 host_bin=$1 pc_bin=$2
-run=${KAVRI_RUN_PREFIX:-}
-work=$(mktemp -d)
-trap 'kill -9 $host_pid 2>/dev/null; rm -rf "$work"' EXIT
-failures=0 passes=0
-check() {  # check NAME CONDITION...
-  local name=$1; shift
-  if "$@"; then echo "ok: $name"; passes=$((passes + 1)); else echo "FAILED: $name"; failures=$((failures + 1)); fi
-}
-contains() { grep -q -- "$2" <<<"$1"; }
+source "$(dirname "$0")/common.sh"
 
-# A port pair is ours when the host can bind it; when its bind fails (a
-# parallel test took the port) the host ends and another pair is tried.
-start_host() {
-  for _ in $(seq 20); do
-    # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
-    port=$((20000 + RANDOM % 12000)); camera_port=$((port + 1))
-    $run "$host_bin" --port "$port" --camera-port "$camera_port" --programs "$work/programs" \
-      > "$work/host.log" 2>&1 &
-    host_pid=$!
-    for _ in $(seq 600); do
-      grep -q "PC link on port $port" "$work/host.log" 2>/dev/null && return 0
-      kill -0 $host_pid 2>/dev/null || break
-      sleep 0.1
-    done
-    kill -9 $host_pid 2>/dev/null; wait $host_pid 2>/dev/null
-  done
-  return 1
-}
 check "host starts" start_host
 
 session=$(printf '%s\n' 'set 332[0]=512 332[7]=9' 'exchange' 'config 0x105 motor=1,2,3,4' \
@@ -59,6 +32,4 @@ check "camera is stopped afterwards" grep -q "Camera Server Thread terminated" "
 kill -TERM $host_pid
 wait $host_pid
 check "host ends cleanly" test $? -eq 0
-if [ $failures -ne 0 ]; then cat "$work/host.log"; fi
-echo "$passes passed, $failures failed"
-exit $((failures != 0))
+finish

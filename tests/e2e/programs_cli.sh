@@ -2,36 +2,11 @@
 # A newcomer's session: kavri-host as the controller, kavri-pc builds the
 # examples for it, downloads, starts and stops them.
 # Usage: programs_cli.sh KAVRI_HOST KAVRI_PC EXAMPLES_DIR
-set -u
 host_bin=$1 pc_bin=$2 examples=$3
-run=${KAVRI_RUN_PREFIX:-}
-work=$(mktemp -d)
-trap 'kill -9 $host_pid 2>/dev/null; rm -rf "$work"' EXIT
-failures=0 passes=0
-check() {  # check NAME CONDITION...
-  local name=$1; shift
-  if "$@"; then echo "ok: $name"; passes=$((passes + 1)); else echo "FAILED: $name"; failures=$((failures + 1)); fi
-}
-contains() { grep -q -- "$2" <<<"$1"; }
-wait_for_log() {  # wait_for_log TEXT: up to 60 s
-  for _ in $(seq 600); do grep -q -- "$1" "$work/host.log" && return 0; sleep 0.1; done
-  return 1
-}
+source "$(dirname "$0")/common.sh"
+wait_for_log() { wait_for 60 grep -q -- "$1" "$work/host.log"; }
 
-# The controller's bind fails if a parallel test took the port: try others.
-for _ in $(seq 20); do
-  # Below the kernel's ephemeral ports (32768 up): no client socket holds them.
-  port=$((20000 + RANDOM % 12000))
-  $run "$host_bin" --port "$port" --camera-port $((port + 1)) --programs "$work/programs" \
-    --display-image "$work/display.pbm" > "$work/host.log" 2>&1 &
-  host_pid=$!
-  for _ in $(seq 600); do
-    grep -q "PC link on port $port" "$work/host.log" 2>/dev/null && break
-    kill -0 $host_pid 2>/dev/null || break
-    sleep 0.1
-  done
-  grep -q "PC link on port $port" "$work/host.log" && break
-done
+check "host starts" start_host --display-image "$work/display.pbm"
 pc() { $run "$pc_bin" --port "$port" --timeout 60 "$@"; }
 
 table=$(pc --json libtable)
@@ -63,6 +38,4 @@ check "a RAM program writes no flash file" test ! -e "$work/programs/blink.img"
 
 kill -TERM $host_pid
 wait $host_pid
-if [ $failures -ne 0 ]; then cat "$work/host.log"; fi
-echo "$passes passed, $failures failed"
-exit $((failures != 0))
+finish
