@@ -2,7 +2,6 @@
 // acknowledges its frames, and saves them as JPEG files or shows them live in
 // a browser. Ctrl-C ends the stream and stops the camera.
 #include <arpa/inet.h>
-#include <netdb.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -50,7 +49,7 @@ class CameraStream {
  public:
   CameraStream(const std::string& host, int port, int timeoutSeconds)
       : peer_(host + ":" + std::to_string(port)), timeoutSeconds_(timeoutSeconds) {
-    sockaddr_in address = Resolve(host, port);
+    sockaddr_in address = ResolveIPv4(host, port);
     auto deadline = Clock::now() + kListenerWindow;
     for (;;) {
       fd_ = socket(AF_INET, SOCK_STREAM, 0);
@@ -89,19 +88,6 @@ class CameraStream {
   }
 
  private:
-  static sockaddr_in Resolve(const std::string& host, int port) {
-    addrinfo hints{};
-    hints.ai_family = AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    int status = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
-    if (status != 0) throw LinkError("cannot resolve " + host + ": " + gai_strerror(status));
-    sockaddr_in address;
-    memcpy(&address, found->ai_addr, sizeof address);
-    freeaddrinfo(found);
-    return address;
-  }
-
   // Reads in short slices so that Ctrl-C is heard at once.
   bool ReadAll(void* target, size_t length) {
     auto* bytes = static_cast<uint8_t*>(target);

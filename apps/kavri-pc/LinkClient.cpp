@@ -13,24 +13,28 @@ namespace {
 std::string ErrorText() { return strerror(errno); }
 
 int ConnectTo(const std::string& host, int port, const std::string& peer) {
+  sockaddr_in address = ResolveIPv4(host, port);
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd >= 0 && connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+  std::string reason = ErrorText();
+  if (fd >= 0) close(fd);
+  throw LinkError("cannot connect to the controller at " + peer + ": " + reason);
+}
+
+}  // namespace
+
+sockaddr_in ResolveIPv4(const std::string& host, int port) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   int status = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
   if (status != 0) throw LinkError("cannot resolve " + host + ": " + gai_strerror(status));
-  int fd = socket(found->ai_family, found->ai_socktype, found->ai_protocol);
-  if (fd >= 0 && connect(fd, found->ai_addr, found->ai_addrlen) == 0) {
-    freeaddrinfo(found);
-    return fd;
-  }
-  std::string reason = ErrorText();
-  if (fd >= 0) close(fd);
+  sockaddr_in address;
+  memcpy(&address, found->ai_addr, sizeof address);
   freeaddrinfo(found);
-  throw LinkError("cannot connect to the controller at " + peer + ": " + reason);
+  return address;
 }
-
-}  // namespace
 
 LinkClient::LinkClient(const std::string& host, int port, int timeoutSeconds)
     : peer_(host + ":" + std::to_string(port)), fd_(ConnectTo(host, port, peer_)) {

@@ -2,6 +2,8 @@
 #ifndef KAVRI_PC_LINKCLIENT_H
 #define KAVRI_PC_LINKCLIENT_H
 
+#include <netinet/in.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -12,6 +14,9 @@ class LinkError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// The IPv4 address of a host name or dotted address; LinkError if none.
+sockaddr_in ResolveIPv4(const std::string& host, int port);
 
 class LinkClient {
  public:
