@@ -180,30 +180,30 @@ Report Built(const ProgramBuildOptions& build, size_t size, const ControllerLink
   return report;
 }
 
+// download and run: the same options and transfer; run then starts the program.
+void AddDownloadCommand(CLI::App& app, PcContext& context, const char* name, const char* description,
+                        bool thenStart) {
+  // CLI11 writes the options while parsing; the action keeps them alive.
+  auto args = std::make_shared<DownloadArgs>();
+  CLI::App* command = app.add_subcommand(name, description);
+  AddDownloadOptions(command, *args);
+  SetAction(command, context, [args, thenStart](PcContext& context) {
+    PreparedDownload prepared = Prepare(*args);
+    LinkClient link = context.Connect();
+    Report sent = Download(link, prepared, context);
+    if (thenStart) return Start(link, context, std::move(sent));
+    context.Print(sent);
+    return 0;
+  });
+}
+
 }  // namespace
 
 void AddProgramCommands(CLI::App& app, PcContext& context) {
   AddReportCommand(app, context, "libtable", "the controller's 59 service slots with names and addresses", LibTable);
 
-  // CLI11 writes the options while parsing; the actions keep them alive.
-  auto download = std::make_shared<DownloadArgs>();
-  CLI::App* downloadCommand = app.add_subcommand("download", "send a program image to the controller");
-  AddDownloadOptions(downloadCommand, *download);
-  SetAction(downloadCommand, context, [download](PcContext& context) {
-    PreparedDownload prepared = Prepare(*download);
-    LinkClient link = context.Connect();
-    context.Print(Download(link, prepared, context));
-    return 0;
-  });
-
-  auto run = std::make_shared<DownloadArgs>();
-  CLI::App* runCommand = app.add_subcommand("run", "download a program image, then start it");
-  AddDownloadOptions(runCommand, *run);
-  SetAction(runCommand, context, [run](PcContext& context) {
-    PreparedDownload prepared = Prepare(*run);
-    LinkClient link = context.Connect();
-    return Start(link, context, Download(link, prepared, context));
-  });
+  AddDownloadCommand(app, context, "download", "send a program image to the controller", false);
+  AddDownloadCommand(app, context, "run", "download a program image, then start it", true);
 
   SetAction(app.add_subcommand("start", "start the last downloaded program"), context, [](PcContext& context) {
     LinkClient link = context.Connect();
