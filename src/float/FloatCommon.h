@@ -28,7 +28,9 @@ namespace kavri::fl {
 // calls through the GOT cost nothing extra. Each starts on a cache line: their
 // fast paths then span three lines instead of four. Not under
 // ThreadSanitizer: the loader runs the resolvers before its run-time is up.
-#if defined(__x86_64__) && !defined(__SANITIZE_THREAD__)
+// Not under clang either: its version 14 names the dispatcher "FL48_Add.ifunc"
+// and leaves FL48_Add itself undefined, so nothing links against it.
+#if defined(__x86_64__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
 #define KAVRI_FL_BUILT_TWICE __attribute__((target_clones("arch=x86-64-v3", "default"), aligned(64)))
 #else
 #define KAVRI_FL_BUILT_TWICE
