@@ -6,7 +6,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 deps="$root/.deps"
 sysroot="$deps/armhf-sysroot"
-stamp_version=3   # bump when the package lists below change
+stamp_version=4   # bump when the package lists below change
 
 host_packages=(
   build-essential cmake ninja-build ccache pkg-config git
@@ -14,13 +14,14 @@ host_packages=(
   libjpeg-dev libsdl2-dev libsdl2-ttf-dev fonts-liberation
   g++-arm-linux-gnueabihf qemu-user
   libcli11-dev nlohmann-json3-dev libcpp-httplib-dev libpng-dev zlib1g-dev
-  console-setup-linux
+  console-setup-linux clang-14
+  chromium chromium-driver python3-selenium
 )
 
 # Run-time libraries for the armhf build; their dependency closure is added.
-armhf_runtime=(libjpeg62-turbo libsdl2-2.0-0 libsdl2-ttf-2.0-0 libbenchmark1debian)
+armhf_runtime=(libjpeg62-turbo libsdl2-2.0-0 libsdl2-ttf-2.0-0 libbenchmark1debian libcpp-httplib0.11)
 # Development files only for what we link against directly.
-armhf_dev=(libjpeg62-turbo-dev libsdl2-dev libsdl2-ttf-dev libbenchmark-dev zlib1g-dev)
+armhf_dev=(libjpeg62-turbo-dev libsdl2-dev libsdl2-ttf-dev libbenchmark-dev zlib1g-dev libcpp-httplib-dev libssl-dev libbrotli-dev)
 # Provided by the cross tool chain itself.
 armhf_skip='^(libc6|libgcc-s1|libstdc\+\+6|gcc-12-base|libcrypt1|debconf|perl-base|dpkg|tar|install-info)$'
 
