@@ -58,3 +58,31 @@ endforeach()
 add_library(kavri_app_common INTERFACE)
 target_include_directories(kavri_app_common SYSTEM INTERFACE ${KAVRI_HEADER_ONLY_DIR})
 target_include_directories(kavri_app_common INTERFACE ${PROJECT_SOURCE_DIR}/apps/common)
+
+# cpp-httplib for the small HTTP endpoints, as the target kavri_httplib where
+# it is there. Debian ships it compiled with TLS, zlib and brotli switched on;
+# the same switches here keep its classes the same as in the library.
+if(CMAKE_CROSSCOMPILING)
+  find_library(KAVRI_HTTPLIB_LIB cpp-httplib PATHS ${KAVRI_SYSROOT_LIBDIRS} NO_DEFAULT_PATH)
+  if(KAVRI_HTTPLIB_LIB AND EXISTS ${KAVRI_SYSROOT}/usr/include/httplib.h)
+    # Just the headers httplib.h includes: the sysroot's include folder also
+    # holds a libjpeg of the other API.
+    set(_kavri_httplib_dir ${CMAKE_BINARY_DIR}/httplib-headers)
+    file(MAKE_DIRECTORY ${_kavri_httplib_dir}/arch)
+    foreach(entry httplib.h openssl zlib.h zconf.h brotli)
+      file(CREATE_LINK ${KAVRI_SYSROOT}/usr/include/${entry} ${_kavri_httplib_dir}/${entry} SYMBOLIC)
+    endforeach()
+    file(CREATE_LINK ${KAVRI_SYSROOT}/usr/include/${KAVRI_TRIPLET}/openssl ${_kavri_httplib_dir}/arch/openssl SYMBOLIC)
+    add_library(kavri_httplib INTERFACE)
+    target_include_directories(kavri_httplib SYSTEM INTERFACE ${_kavri_httplib_dir} ${_kavri_httplib_dir}/arch)
+    target_link_libraries(kavri_httplib INTERFACE ${KAVRI_HTTPLIB_LIB})
+    target_compile_definitions(kavri_httplib INTERFACE CPPHTTPLIB_OPENSSL_SUPPORT CPPHTTPLIB_ZLIB_SUPPORT
+                                                       CPPHTTPLIB_BROTLI_SUPPORT)
+  endif()
+else()
+  pkg_check_modules(KAVRI_CPPHTTPLIB IMPORTED_TARGET cpp-httplib)
+  if(KAVRI_CPPHTTPLIB_FOUND)
+    add_library(kavri_httplib INTERFACE)
+    target_link_libraries(kavri_httplib INTERFACE PkgConfig::KAVRI_CPPHTTPLIB)
+  endif()
+endif()
