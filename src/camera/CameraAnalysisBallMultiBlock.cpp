@@ -40,7 +40,10 @@ void Judge(const Totals& blob, int t, CameraBall& best) {
           CameraFloorToInt(std::sqrt(double(b.varX + b.varY)) + 0.5), t};
 }
 
-CameraBall SmallBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t fewest) {
+// Levels above the highest of the cells concerned are empty: no count reaches
+// the upper limit there, and an empty blob is never rounder than another.
+CameraBall SmallBall(const CameraBallMoments* tables, const uint8_t* tops, const CameraBallBlock& block,
+                     int64_t fewest) {
   CameraBall best;
   int64_t most = CameraBallSquareShare(block.cellSize, 9);
   for (int32_t r = 1; r < block.cellsDown; ++r) {
@@ -49,7 +52,10 @@ CameraBall SmallBall(const CameraBallMoments* tables, const CameraBallBlock& blo
       const CameraBallMoments* above = below - block.cellsAcross;
       CameraBall group;
       const CameraBallMoments* cells[] = {above - 1, above, below - 1, below};
-      for (int t = 255; t >= 0; --t) {
+      int64_t first = int64_t(r) * block.cellsAcross + c;
+      int top = std::max({tops[first - block.cellsAcross - 1], tops[first - block.cellsAcross], tops[first - 1],
+                          tops[first]});
+      for (int t = top; t >= 0; --t) {
         // Most levels are decided by the count alone.
         uint32_t n = cells[0]->count[t] + cells[1]->count[t] + cells[2]->count[t] + cells[3]->count[t];
         if (n < fewest) continue;
@@ -66,10 +72,11 @@ CameraBall SmallBall(const CameraBallMoments* tables, const CameraBallBlock& blo
 
 // Totals run on from level to level, so a pixel counts once for every level
 // it reaches: the more colourful, the heavier.
-void LargeBall(const CameraBallMoments* tables, const CameraBallBlock& block, int64_t most, CameraBall& best) {
+void LargeBall(const CameraBallMoments* tables, const uint8_t* tops, const CameraBallBlock& block, int64_t most,
+               CameraBall& best) {
   int64_t fewest = CameraBallSquareShare(block.cellSize, 7);
   Totals running;
-  for (int t = 255; t >= 0; --t) {
+  for (int t = *std::max_element(tops, tops + block.Cells()); t >= 0; --t) {
     for (int32_t cell = 0; cell < block.Cells(); ++cell) running.Add(tables[cell], t);
     if (running.n < fewest) continue;
     if (running.n > most) break;
@@ -130,8 +137,8 @@ void CameraAnalysisBallMultiBlock::Analyze(int index, const unsigned char* frame
     height = block.height;
     CameraBallMeasure(frame, cellTables, Exclusions(), exclusionCount);
     if (block.cellsDown >= 2 && block.cellsAcross >= 2)
-      ball = SmallBall(cellTables, block, CameraBallSquareShare(sizeMin, 7));
-    LargeBall(cellTables, block, CameraBallSquareShare(sizeMax, 9), ball);
+      ball = SmallBall(cellTables, CameraBallTopsOf(cellTables), block, CameraBallSquareShare(sizeMin, 7));
+    LargeBall(cellTables, CameraBallTopsOf(cellTables), block, CameraBallSquareShare(sizeMax, 9), ball);
   }
   bool found = ball.quality > 0;
   CameraStoreResult(xResult, found ? CameraFloorToInt(ball.x * 2000.0 / width - 1000.0 + 0.5) : 0);

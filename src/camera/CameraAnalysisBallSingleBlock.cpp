@@ -13,13 +13,15 @@ namespace {
 constexpr int kDebugAnalyses = 2;
 
 // From the most colourful level down to the threshold, each level's blob is
-// everything at or above it; it only grows as the level falls.
-CameraBall Search(const CameraBallMoments& m, int32_t threshold, int32_t radiusMin, int32_t radiusMax) {
+// everything at or above it; it only grows as the level falls. Levels above
+// the frame's highest are empty and skipped whatever the limits.
+CameraBall Search(const CameraBallMoments& m, int32_t top, int32_t threshold, int32_t radiusMin,
+                  int32_t radiusMax) {
   CameraBall ball;
   if (threshold > 255) return ball;
   int64_t fewest = CameraBallSquareShare(radiusMin, 7);
   int64_t most = CameraBallSquareShare(radiusMax, 9);
-  for (int32_t t = 255; t >= std::max(threshold, 0); --t) {
+  for (int32_t t = top; t >= std::max(threshold, 0); --t) {
     uint32_t n = m.count[t];
     if (!(n > fewest)) continue;
     if (n > most) break;
@@ -83,7 +85,7 @@ void CameraAnalysisBallSingleBlock::Analyze(int index, const unsigned char* fram
     width = block.width;
     height = block.height;
     CameraBallMeasure(frame, moments, Exclusions(), exclusionCount);
-    ball = Search(*moments, threshold, radiusMin, radiusMax);
+    ball = Search(*moments, CameraBallTopsOf(moments)[0], threshold, radiusMin, radiusMax);
   }
   bool found = ball.quality > 0;
   int64_t xSpan = int64_t(xRangeMax) - xRangeMin, ySpan = int64_t(yRangeMax) - yRangeMin;

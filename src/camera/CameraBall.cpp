@@ -10,15 +10,6 @@
 
 namespace {
 
-// Sized to keep the tables behind it 8-byte aligned.
-struct alignas(8) StorageHeader {
-  CameraBallBlock block;
-};
-
-unsigned char* StorageOf(const CameraBallMoments* tables) {
-  return const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(tables)) - sizeof(StorageHeader);
-}
-
 int32_t ClampTo(int64_t value, int32_t high) { return int32_t(std::clamp<int64_t>(value, 0, high)); }
 
 // Each pixel pairs its own chroma sample with the mean of the two
@@ -59,25 +50,107 @@ void BlankExclusions(uint8_t* map, const CameraBallBlock& block, const CameraBal
   }
 }
 
-// Pixels left..right-1 of row y, all at one level, added at once: runs are
-// common (floor, ball), and per-pixel updates of one entry wait on each
-// other. Worked out in 64 bits and cut to 32, which is the wrapped sum.
-void AddRun(CameraBallMoments& table, uint32_t level, uint64_t left, uint64_t right, uint64_t y) {
-  uint64_t n = right - left;
-  uint64_t sumX = (left + right - 1) * n / 2;
-  auto squares = [](uint64_t k) { return k == 0 ? 0 : (k - 1) * k * (2 * k - 1) / 6; };  // 0^2 + .. + (k-1)^2
-  table.count[level] += uint32_t(n);
-  table.sumX[level] += uint32_t(sumX);
-  table.sumY[level] += uint32_t(y * n);
-  table.sumXX[level] += uint32_t(squares(right) - squares(left));
-  table.sumXY[level] += uint32_t(y * sumX);
-  table.sumYY[level] += uint32_t(y * y * n);
+// A row is added in segments of at most 256 pixels, each into a scratch table
+// of packed 64-bit entries per level: count (bits 48..63), the sum of x and
+// the sum of x*x (24 bits each), x counted from the segment's start. One
+// read-modify-write per pixel instead of six; no field can overflow into the
+// next (256 pixels, x < 256). Consecutive pixels go to four copies of the
+// table, so that a run of one level does not wait on its own stores, and
+// eight equal pixels (floor, ball) are added at once.
+constexpr int32_t kSegment = 256;
+constexpr int kCopies = 4;
+constexpr int32_t kGroup = 8;
+
+struct PackedRow {
+  uint64_t level[kCopies][256];
+  uint64_t pixel[kSegment];  // what pixel x of a segment adds
+  uint64_t group[kSegment];  // what pixels x..x+7 add together
+
+  PackedRow() : level{} {
+    for (uint64_t x = 0; x < kSegment; ++x) pixel[x] = (uint64_t(1) << 48) | (x << 24) | (x * x);
+    for (int32_t x = 0; x + kGroup <= kSegment; ++x) {
+      group[x] = 0;
+      for (int32_t k = 0; k < kGroup; ++k) group[x] += pixel[x + k];
+    }
+  }
+};
+
+// In front of the tables, sized to keep them 8-byte aligned. Behind them: the
+// scratch row, the map and each cell's highest level of the last frame.
+struct alignas(8) StorageHeader {
+  CameraBallBlock block;
+  PackedRow* row;
+  uint8_t* map;
+  uint8_t* tops;
+};
+
+StorageHeader& StorageOf(const CameraBallMoments* tables) {
+  return *reinterpret_cast<StorageHeader*>(
+      const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(tables)) - sizeof(StorageHeader));
 }
 
-// All six rows in one pass: six independent running sums instead of one
-// chain of dependent additions.
-void SumFromTop(CameraBallMoments& t) {
-  for (int c = 254; c >= 0; --c) {
+// The segment's levels into the scratch table; returns its lowest and highest
+// level, which bound the entries the fold has to look at.
+void PackSegment(const uint8_t* levels, int32_t n, PackedRow& row, int32_t& low, int32_t& high) {
+  uint8_t least = 255, most = 0;
+  for (int32_t x = 0; x < n; ++x) {
+    least = std::min(least, levels[x]);
+    most = std::max(most, levels[x]);
+  }
+  low = least;
+  high = most;
+  int32_t x = 0;
+  for (int copy = 0; x + kGroup <= n; x += kGroup, copy = (copy + 1) % kCopies) {
+    uint64_t eight;
+    memcpy(&eight, levels + x, sizeof eight);
+    if (eight == levels[x] * 0x0101010101010101u) {
+      row.level[copy][levels[x]] += row.group[x];
+      continue;
+    }
+    for (int32_t k = 0; k < kGroup; k += kCopies) {
+      row.level[0][levels[x + k]] += row.pixel[x + k];
+      row.level[1][levels[x + k + 1]] += row.pixel[x + k + 1];
+      row.level[2][levels[x + k + 2]] += row.pixel[x + k + 2];
+      row.level[3][levels[x + k + 3]] += row.pixel[x + k + 3];
+    }
+  }
+  for (; x < n; ++x) row.level[0][levels[x]] += row.pixel[x];
+}
+
+// Moves level c of the segment into the cell's table at block column left,
+// row y, and clears it for the next segment. Worked out in 64 bits and cut to
+// 32, which is the wrapped sum the tables hold.
+void FoldLevel(PackedRow& row, int32_t c, uint64_t left, uint64_t y, CameraBallMoments& table) {
+  uint64_t packed = row.level[0][c] + row.level[1][c] + row.level[2][c] + row.level[3][c];
+  if (packed == 0) return;
+  for (auto& copy : row.level) copy[c] = 0;
+  uint64_t n = packed >> 48, sumX = (packed >> 24) & 0xFFFFFF, sumXX = packed & 0xFFFFFF;
+  uint64_t x = sumX + n * left;
+  table.count[c] += uint32_t(n);
+  table.sumX[c] += uint32_t(x);
+  table.sumY[c] += uint32_t(y * n);
+  table.sumXX[c] += uint32_t(sumXX + 2 * left * sumX + n * left * left);
+  table.sumXY[c] += uint32_t(y * x);
+  table.sumYY[c] += uint32_t(y * y * n);
+}
+
+// Every level between the segment's lowest and highest, or, when that range
+// is wider than the segment (a ball's edge on the floor), the levels its
+// pixels hold: either way each filled entry is moved once.
+void FoldSegment(PackedRow& row, const uint8_t* levels, int32_t n, int32_t low, int32_t high, uint64_t left,
+                 uint64_t y, CameraBallMoments& table) {
+  if (high - low < n) {
+    for (int32_t c = low; c <= high; ++c) FoldLevel(row, c, left, y, table);
+  } else {
+    for (int32_t x = 0; x < n; ++x) FoldLevel(row, levels[x], left, y, table);
+  }
+}
+
+// Sums from the top, levels top..0 only: above a cell's highest level every
+// entry is 0 both before and after. Six independent running sums instead of
+// one chain of dependent additions.
+void SumFromTop(CameraBallMoments& t, int32_t top) {
+  for (int c = top - 1; c >= 0; --c) {
     t.count[c] += t.count[c + 1];
     t.sumX[c] += t.sumX[c + 1];
     t.sumY[c] += t.sumY[c + 1];
@@ -87,22 +160,31 @@ void SumFromTop(CameraBallMoments& t) {
   }
 }
 
-void AccumulateCells(const uint8_t* map, const CameraBallBlock& block, CameraBallMoments* tables) {
-  memset(static_cast<void*>(tables), 0, sizeof(CameraBallMoments) * size_t(block.Cells()));
+// Only the entries the last frame filled are cleared: the rest are still 0.
+void ClearTable(CameraBallMoments& t, int32_t top) {
+  size_t bytes = sizeof(uint32_t) * size_t(top + 1);
+  for (uint32_t* entries : {t.count, t.sumX, t.sumY, t.sumXX, t.sumXY, t.sumYY}) memset(entries, 0, bytes);
+}
+
+void AccumulateCells(const uint8_t* map, const CameraBallBlock& block, CameraBallMoments* tables, uint8_t* tops,
+                     PackedRow& row) {
+  for (int32_t cell = 0; cell < block.Cells(); ++cell) ClearTable(tables[cell], tops[cell]);
+  memset(tops, 0, size_t(block.Cells()));
   for (int32_t y = 0; y < block.height; ++y) {
-    const uint8_t* row = map + int64_t(y) * block.width;
-    CameraBallMoments* cellRow = tables + int64_t(y / block.cellSize) * block.cellsAcross;
+    const uint8_t* levels = map + int64_t(y) * block.width;
+    int32_t firstCell = (y / block.cellSize) * block.cellsAcross;
     for (int32_t cell = 0; cell < block.cellsAcross; ++cell) {
-      int32_t left = cell * block.cellSize;
-      int32_t right = std::min(left + block.cellSize, block.width);
-      for (int32_t x = left, end; x < right; x = end) {
-        for (end = x + 1; end < right && row[end] == row[x]; ++end) {
-        }
-        AddRun(cellRow[cell], row[x], uint64_t(x), uint64_t(end), uint64_t(y));
+      int32_t cellLeft = cell * block.cellSize;
+      int32_t cellRight = std::min(cellLeft + block.cellSize, block.width);
+      for (int32_t left = cellLeft; left < cellRight; left += kSegment) {
+        int32_t n = std::min(kSegment, cellRight - left), low, high;
+        PackSegment(levels + left, n, row, low, high);
+        FoldSegment(row, levels + left, n, low, high, uint64_t(left), uint64_t(y), tables[firstCell + cell]);
+        tops[firstCell + cell] = uint8_t(std::max<int32_t>(tops[firstCell + cell], high));
       }
     }
   }
-  for (int32_t cell = 0; cell < block.Cells(); ++cell) SumFromTop(tables[cell]);
+  for (int32_t cell = 0; cell < block.Cells(); ++cell) SumFromTop(tables[cell], tops[cell]);
 }
 
 }  // namespace
@@ -144,32 +226,37 @@ CameraBallMoments* CameraBallAllocate(const CameraBallBlock& block, uint8_t** ma
   if (block.Empty() || block.Cells() <= 0) return nullptr;
   size_t tableBytes = sizeof(CameraBallMoments) * size_t(block.Cells());
   size_t mapBytes = size_t(block.width) * size_t(block.height);
-  unsigned char* storage = new (std::nothrow) unsigned char[sizeof(StorageHeader) + tableBytes + mapBytes];
+  unsigned char* storage = new (std::nothrow)
+      unsigned char[sizeof(StorageHeader) + tableBytes + sizeof(PackedRow) + mapBytes + size_t(block.Cells())];
   if (!storage) {
     fprintf(stderr, "ERROR ball search: no memory for a %dx%d block\n", block.width, block.height);
     return nullptr;
   }
-  new (storage) StorageHeader{block};
   auto* tables = reinterpret_cast<CameraBallMoments*>(storage + sizeof(StorageHeader));
-  *map = reinterpret_cast<uint8_t*>(tables + block.Cells());
+  // Zero once: each frame clears only what the last one filled.
+  memset(static_cast<void*>(tables), 0, tableBytes);
+  auto* row = new (tables + block.Cells()) PackedRow;
+  *map = reinterpret_cast<uint8_t*>(row + 1);
+  uint8_t* tops = *map + mapBytes;
+  memset(tops, 0, size_t(block.Cells()));
+  new (storage) StorageHeader{block, row, *map, tops};
   return tables;
 }
 
-const CameraBallBlock& CameraBallBlockOf(const CameraBallMoments* tables) {
-  return reinterpret_cast<const StorageHeader*>(StorageOf(tables))->block;
-}
+const CameraBallBlock& CameraBallBlockOf(const CameraBallMoments* tables) { return StorageOf(tables).block; }
+
+const uint8_t* CameraBallTopsOf(const CameraBallMoments* tables) { return StorageOf(tables).tops; }
 
 void CameraBallFree(CameraBallMoments* tables) {
-  if (tables) delete[] StorageOf(tables);
+  if (tables) delete[] reinterpret_cast<unsigned char*>(&StorageOf(tables));
 }
 
 void CameraBallMeasure(const unsigned char* frame, CameraBallMoments* tables, const CameraBallExclusion* exclusions,
                        int32_t exclusionCount) {
-  const CameraBallBlock& block = CameraBallBlockOf(tables);
-  uint8_t* map = reinterpret_cast<uint8_t*>(tables + block.Cells());
-  BuildMap(frame, block, map);
-  BlankExclusions(map, block, exclusions, exclusionCount);
-  AccumulateCells(map, block, tables);
+  StorageHeader& storage = StorageOf(tables);
+  BuildMap(frame, storage.block, storage.map);
+  BlankExclusions(storage.map, storage.block, exclusions, exclusionCount);
+  AccumulateCells(storage.map, storage.block, tables, storage.tops, *storage.row);
 }
 
 CameraBlob CameraBlobOf(uint32_t count, uint32_t sumX, uint32_t sumY, uint32_t sumXX, uint32_t sumYY) {

@@ -41,10 +41,14 @@ int32_t CameraBallExclusionsInUse(int32_t count);
 // Frame to block coordinates, clamped to the block, in place.
 void CameraBallConvertExclusions(CameraBallExclusion* exclusions, int32_t count, const CameraBallBlock& block);
 
-// One allocation for the block's description, its cell tables and its map
-// (in that order); null when there is nothing to search or no memory.
+// One allocation for the block's description, its cell tables, its map and
+// the scratch a frame needs; null when there is nothing to search or no
+// memory.
 CameraBallMoments* CameraBallAllocate(const CameraBallBlock& block, uint8_t** map);
 const CameraBallBlock& CameraBallBlockOf(const CameraBallMoments* tables);
+// Each cell's highest level in the last frame measured: every table entry
+// above it is 0, so a search may start there.
+const uint8_t* CameraBallTopsOf(const CameraBallMoments* tables);
 void CameraBallFree(CameraBallMoments* tables);
 
 // One frame: the colourfulness map (behind the tables) with the exclusions

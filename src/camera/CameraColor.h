@@ -28,4 +28,14 @@ inline int32_t CameraGrey(int32_t red, int32_t green, int32_t blue) {
   return (19595 * red + 38470 * green + 7471 * blue) >> 16;
 }
 
+// Four frame bytes read as one word hold the first byte in the low bits on
+// both targets; elsewhere they are put there.
+inline uint32_t CameraLittleEndianWord(uint32_t word) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  return __builtin_bswap32(word);
+#else
+  return word;
+#endif
+}
+
 #endif
