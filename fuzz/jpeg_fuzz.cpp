@@ -1,6 +1,6 @@
 // The Motion-JPEG decoder with arbitrary frame bytes and room for the output.
-// The output buffer is allocated at exactly the room offered, so a write past
-// it is caught.
+// The room offered ends where its allocation ends, so a write past it is
+// caught.
 #include <cstdint>
 #include <memory>
 
@@ -9,9 +9,13 @@
 
 namespace {
 
-// Twice the largest frame the camera is asked for: room beyond it finds
-// nothing new, and the fuzzer must not allocate without bound.
+// Room for a 1280 x 960 frame: more finds nothing new, and the fuzzer
+// must not allocate without bound.
 constexpr uint32_t kMostRoom = 1280 * 960 * 2;
+
+// Allocated once: a fresh buffer of up to 2.4 MB for every input would cost
+// more than most decodes.
+unsigned char* const outputBlock = new unsigned char[kMostRoom];
 
 }  // namespace
 
@@ -22,11 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // bytes untouched and its end exact.
   std::unique_ptr<unsigned char[]> frame(new unsigned char[in.RestSize() + 1]);
   memcpy(frame.get(), in.Rest(), in.RestSize());
-  std::unique_ptr<unsigned char[]> output(new unsigned char[room + 1]);
-  constexpr unsigned char kGuard = 0x5A;
-  output[room] = kGuard;
-  int decoded = xoProJpegDec(frame.get(), static_cast<int>(in.RestSize()), output.get(), room);
+  unsigned char* output = outputBlock + (kMostRoom - room);
+  int decoded = xoProJpegDec(frame.get(), static_cast<int>(in.RestSize()), output, room);
   FUZZ_CHECK(decoded == 0 || decoded == 1);
-  FUZZ_CHECK(output[room] == kGuard);
   return 0;
 }
