@@ -167,7 +167,140 @@ typedef struct CameraAnalysisChangeDetect {
   int16_t* areaVar;
 } CameraAnalysisChangeDetect;
 
+/* Type 2: the strongest stripe crossing a scan line laid through the frame.
+ * Shares are per channel, 100 = neutral grey; full scale of the thresholds
+ * is 1275. The fields after widthResult belong to the library. */
+typedef struct CameraAnalysisMaxOnLine {
+  CameraAnalysisBase base;
+  int32_t startX, startY;  /* first end of the scan line, pixels */
+  int32_t endX, endY;      /* second end; the last sample lies just short of it */
+  uint16_t colorCheck;     /* non-zero: a candidate must also pass the ranges below */
+  int16_t brightnessMin;   /* percent */
+  int16_t brightnessMax;   /* percent; negative: no brightness test, shares not normalised */
+  int16_t redMin, greenMin, blueMin;
+  int16_t redMax, greenMax, blueMax;
+  uint16_t colorAxis;      /* non-zero: line-ness is closeness to the line colour */
+  uint16_t lineColorR, lineColorG, lineColorB;                    /* 0..255 */
+  uint16_t backgroundColorR, backgroundColorG, backgroundColorB;  /* 0..255 */
+  int32_t widthMin, widthMax;  /* samples */
+  int32_t peakThreshold;       /* percent of full scale */
+  int32_t contrastThreshold;   /* percent of full scale, on each side */
+  uint8_t brightLine;          /* without colour axis: non-zero = brighter than the floor */
+  uint8_t reserved81[3];
+  int16_t* positionResult;     /* -1000..1000; -1 for unusable widths */
+  int16_t* qualityResult;
+  int16_t* widthResult;        /* samples */
+  int32_t sampleCount;
+  float xOrigin, xStep, yOrigin, yStep;
+  int32_t* valueBuffer;
+  int32_t* redBuffer;
+  int32_t* greenBuffer;
+  int32_t* blueBuffer;
+  int32_t* erodedBuffer;
+  int32_t weightR, weightG, weightB, weightOffset;
+} CameraAnalysisMaxOnLine;
+
+/* Type 3: up to five lines crossing a scan line, in colour or on luma alone.
+ * Any result pointer may be null; lineCount and the fields after it belong
+ * to the library. */
+typedef struct CameraAnalysisMaxOnLine2 {
+  CameraAnalysisBase base;
+  int32_t startX, startY;
+  int32_t endX, endY;
+  int32_t widthMin, widthMax;  /* output units */
+  int32_t threshold;           /* percent */
+  int32_t lineCountMax;        /* result slots provided; at most 5 are used */
+  uint8_t bright;              /* non-zero: lines brighter than their surroundings */
+  uint8_t color;               /* non-zero: colour search, else luma */
+  uint8_t whiteBalance;        /* colour only: balance the channels on their medians */
+  uint8_t refine;              /* measure each line again around its position */
+  uint8_t fineWidthStep;       /* luma refinement in steps of one sample, not two */
+  uint8_t reserved53[3];
+  int32_t rangeMin;            /* output value of the first sample */
+  int32_t rangeMax;            /* ... and of the end of the scan line */
+  int16_t* positionResults[5];
+  int16_t* strengthResults[5];
+  int16_t* widthResults[5];
+  int16_t* redResults[5];      /* colour only */
+  int16_t* greenResults[5];
+  int16_t* blueResults[5];
+  int16_t* brightnessResults[5];
+  uint16_t lineCount;          /* lines found in the last frame */
+  uint8_t reserved206[2];
+  int32_t sampleCount;
+  float xOrigin, xStep, yOrigin, yStep;
+  int32_t* valueBuffer;
+  int32_t* redBuffer;
+  int32_t* greenBuffer;
+  int32_t* blueBuffer;
+} CameraAnalysisMaxOnLine2;
+
+/* A rectangle the ball finders leave out, right and bottom exclusive, given
+ * in frame coordinates (the library rewrites it as block coordinates). The
+ * exclusions follow their ball record directly, exclusionCount of them. */
+typedef struct CameraAnalysisBallExclusion {
+  int32_t left, top, right, bottom;
+} CameraAnalysisBallExclusion;
+
+/* Type 6: one ball in one block. y grows upwards in the results. map and
+ * moments belong to the library. */
+typedef struct CameraAnalysisBallSingleBlock {
+  CameraAnalysisBase base;
+  int32_t blockX, blockY;          /* pixels; x is rounded down to even */
+  int32_t blockWidth, blockHeight;
+  int32_t radiusMin, radiusMax;    /* x output units */
+  int32_t threshold;               /* percent */
+  int32_t xRangeMin, xRangeMax;    /* output of the block's left and right edges */
+  int32_t yRangeMin, yRangeMax;    /* output of its bottom and top rows */
+  int16_t* xResult;
+  int16_t* yResult;
+  int16_t* radiusResult;
+  int16_t* qualityResult;          /* percent of the top level */
+  uint8_t* map;
+  struct CameraBallMoments* moments;
+  int32_t exclusionCount;
+} CameraAnalysisBallSingleBlock;
+
+/* Type 7: one ball in a block of square cells; small balls are judged per
+ * 2 x 2 cells, large ones over the block. Results -1000..1000, y downwards.
+ * cellsAcross and the fields after it belong to the library. */
+typedef struct CameraAnalysisBallMultiBlock {
+  CameraAnalysisBase base;
+  int32_t blockX, blockY;
+  int32_t blockWidth, blockHeight;
+  int16_t* xResult;
+  int16_t* yResult;
+  int16_t* radiusResult;  /* pixels */
+  int16_t* qualityResult; /* at most 10000 */
+  int16_t* levelResult;   /* colourfulness level of the ball */
+  int32_t unused[3];
+  int32_t sizeMin;        /* pixels: a small ball covers at least 0.7 x sizeMin^2 */
+  int32_t sizeMax;        /* pixels: a large ball covers at most 0.9 x sizeMax^2 */
+  int32_t cellSize;       /* edge of a cell, pixels */
+  int32_t cellsAcross, cellsDown;
+  uint8_t* map;
+  struct CameraBallMoments* cellTables;
+  int32_t exclusionCount;
+} CameraAnalysisBallMultiBlock;
+
+/* A ball record with room for its exclusions, e.g.
+ *   static KAVRI_BALL_WITH_EXCLUSIONS(CameraAnalysisBallSingleBlock, 2) ball; */
+#define KAVRI_BALL_WITH_EXCLUSIONS(record, count) \
+  struct {                                         \
+    record ball;                                   \
+    CameraAnalysisBallExclusion exclusions[count]; \
+  }
+
 KAVRI_LAYOUT(sizeof(CameraAnalysisBase) == 16, "camera record head");
+KAVRI_LAYOUT(sizeof(CameraAnalysisMaxOnLine) == 152 && offsetof(CameraAnalysisMaxOnLine, brightLine) == 80 &&
+                 offsetof(CameraAnalysisMaxOnLine, positionResult) == 84,
+             "line finder record");
+KAVRI_LAYOUT(sizeof(CameraAnalysisMaxOnLine2) == 244 && offsetof(CameraAnalysisMaxOnLine2, rangeMin) == 56 &&
+                 offsetof(CameraAnalysisMaxOnLine2, lineCount) == 204,
+             "multi-line finder record");
+KAVRI_LAYOUT(sizeof(CameraAnalysisBallSingleBlock) == 88 && sizeof(CameraAnalysisBallMultiBlock) == 96 &&
+                 sizeof(CameraAnalysisBallExclusion) == 16,
+             "ball records: the exclusions follow directly");
 KAVRI_LAYOUT(sizeof(CameraAnalysisCounter) == 32 && offsetof(CameraAnalysisCounter, changeVar) == 28,
              "counter record");
 KAVRI_LAYOUT(sizeof(CameraAnalysisDeliverFrame) == 52 && offsetof(CameraAnalysisDeliverFrame, size) == 32 &&

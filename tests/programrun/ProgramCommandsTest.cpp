@@ -3,10 +3,13 @@
 // and the exit codes.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <pty.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -79,14 +82,15 @@ std::string Contents(FILE* file) {
   return text;
 }
 
-Outcome RunTool(std::vector<std::string> args, int port = 1) {
+// `terminal`, if given, takes standard output.
+Outcome RunTool(std::vector<std::string> args, int port = 1, FILE* terminal = nullptr) {
   args.insert(args.begin(), {"kavri-pc", "--port", std::to_string(port), "--timeout", "30"});
   std::vector<const char*> argv;
   for (const std::string& arg : args) argv.push_back(arg.c_str());
-  FILE* out = tmpfile();
+  FILE* out = terminal ? terminal : tmpfile();
   FILE* err = tmpfile();
   int code = RunPcTool(static_cast<int>(argv.size()), argv.data(), AddProgramCommands, out, err);
-  return {code, Contents(out), Contents(err)};
+  return {code, terminal ? "" : Contents(out), Contents(err)};
 }
 
 class ProgramCommands : public ::testing::Test {
@@ -136,6 +140,50 @@ TEST_F(ProgramCommands, DownloadSendsTheImageWithItsNameAndFlag) {
     // Not a terminal: plain progress lines.
     EXPECT_NE(outcome.out.find("Sent 100 of 100 bytes\n"), std::string::npos) << outcome.out;
     EXPECT_EQ(outcome.out.find('\r'), std::string::npos);
+  }
+}
+
+// What a pseudo-terminal's other end shows after the tool wrote to it.
+std::string DownloadOnATerminal(const std::string& image, int port) {
+  int controlling, terminal;
+  if (openpty(&controlling, &terminal, nullptr, nullptr, nullptr) != 0) return "no pseudo-terminal";
+  termios raw{};
+  tcgetattr(terminal, &raw);
+  cfmakeraw(&raw);  // no newline translation
+  tcsetattr(terminal, TCSANOW, &raw);
+  FILE* out = fdopen(terminal, "w");
+  Outcome outcome = RunTool({"download", image}, port, out);
+  fclose(out);
+  std::string text;
+  char buffer[4096];
+  for (ssize_t count; (count = read(controlling, buffer, sizeof buffer)) > 0;) text.append(buffer, count);
+  close(controlling);
+  return outcome.code == 0 ? text : outcome.err;
+}
+
+TEST_F(ProgramCommands, ProgressIsABarOnATerminalAndATenthALineElsewhere) {
+  {
+    std::ofstream file(image_, std::ios::binary);
+    file.seekp((1 << 20) - 1);
+    file.put(1);
+  }
+  for (bool terminal : {true, false}) {
+    SCOPED_TRACE(terminal ? "terminal" : "file");
+    xoIF2013Command_DownloadCode command{};
+    std::vector<uint8_t> code;
+    std::string out;
+    {
+      FakeController controller([&](int fd) { ServeDownload(fd, command, code); });
+      out = terminal ? DownloadOnATerminal(image_, controller.port()) : RunTool({"download", image_}, controller.port()).out;
+    }
+    std::string bar = "\r[##" + std::string(38, ' ') + "]   6% 65536/1048576 bytes";
+    std::string full = "\r[" + std::string(40, '#') + "] 100% 1048576/1048576 bytes\n";
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\r'), terminal ? 16 : 0) << out;
+    EXPECT_EQ(out.find(bar) != std::string::npos && out.find(full) != std::string::npos, terminal) << out;
+    size_t lines = 0;
+    for (size_t at = 0; (at = out.find("Sent ", at)) != std::string::npos; ++at) ++lines;
+    EXPECT_EQ(lines, terminal ? 0u : 10u) << out;
+    EXPECT_EQ(out.find("Sent 1048576 of 1048576 bytes\n") != std::string::npos, !terminal);
   }
 }
 

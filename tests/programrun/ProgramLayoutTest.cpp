@@ -14,6 +14,8 @@
 
 namespace {
 
+using CameraAnalysisBallExclusion = CameraAnalysisBallSingleBlock::Exclusion;
+
 #define FIELD MEASURE_FIELD
 #define OFFSET MEASURE_OFFSET
 #define SIZE MEASURE_SIZE
