@@ -6,8 +6,9 @@
 //
 // Afterwards the run area and the transfer area must hold what they held
 // before, except where a command of the stream may write; the flash files
-// written must lie inside the program library folder. Every thread a
-// command started is stopped again, so inputs do not affect each other.
+// written must lie inside the program library folder, and the process holds
+// as many descriptors as before. Every thread a command started is stopped
+// again, so inputs do not affect each other.
 //
 // Not exercised: running a started program. On this machine the run area
 // holds no code this process could execute, so a start code command always
@@ -135,6 +136,15 @@ void CheckAndClearFlashFiles() {
   closedir(library);
 }
 
+int OpenDescriptors() {
+  int count = 0;
+  DIR* folder = opendir("/proc/self/fd");
+  FUZZ_CHECK(folder);
+  while (readdir(folder)) ++count;
+  closedir(folder);
+  return count;
+}
+
 void RemoveFolders() {
   CheckAndClearFlashFiles();
   rmdir(libraryFolder.c_str());
@@ -168,6 +178,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const int descriptorsBefore = OpenDescriptors();
   int ends[2];
   FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
   int pcEnd = ends[0];
@@ -195,5 +206,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   memcpy(area, transAreaBefore.data(), KAVRI_TRANS_AREA_SIZE);
   CheckAndClearFlashFiles();
+  FUZZ_CHECK(OpenDescriptors() == descriptorsBefore);
   return 0;
 }
