@@ -28,12 +28,16 @@ CameraAnalysisMaxOnLine SingleFinder(int startX, int startY, int endX, int endY,
   return record;
 }
 
-// Widths from 4 samples up to half the scan line: every round of the search.
-CameraAnalysisMaxOnLine2 MultiFinder(int startX, int startY, int endX, int endY, bool colour, int16_t* results) {
-  CameraAnalysisMaxOnLine2 record{{CameraAnalysisTypeMaxOnLine2}, startX, startY, endX, endY, 4, 0, 20, 5};
+// As a program looking for the scene's tape (18 pixels wide at 320) would
+// set it: widths 4 to 40 samples, refined; or, the heaviest setting, every
+// width up to half the scan line.
+CameraAnalysisMaxOnLine2 MultiFinder(int startX, int startY, int endX, int endY, bool colour, int16_t* results,
+                                     bool everyWidth = false) {
+  CameraAnalysisMaxOnLine2 record{{CameraAnalysisTypeMaxOnLine2}, startX, startY, endX, endY, 4, 40, 20, 5};
   record.color = colour;
   record.refine = 1;
-  record.rangeMax = record.widthMax = std::max(std::abs(endX - startX), std::abs(endY - startY));
+  record.rangeMax = std::max(std::abs(endX - startX), std::abs(endY - startY));
+  if (everyWidth) record.widthMax = record.rangeMax;
   for (int i = 0; i < 5; ++i) record.positionResults[i] = &results[i], record.widthResults[i] = &results[5 + i];
   return record;
 }
@@ -79,6 +83,9 @@ void BM_MultiRow(benchmark::State& state) {
 void BM_MultiDiagonal(benchmark::State& state) {
   FinderAgainstDecode(state, MultiFinder(0, 0, kWidth - 1, kHeight - 1, state.range(0), results));
 }
+void BM_MultiRowEveryWidth(benchmark::State& state) {
+  FinderAgainstDecode(state, MultiFinder(0, 200, kWidth, 200, state.range(0), results, true));
+}
 
 // Scan lines of n samples over dark stripes 8 pixels wide every 40; the
 // fitted complexity and ns per sample show how the cost grows.
@@ -87,7 +94,7 @@ void BM_MultiScanLength(benchmark::State& state, bool colour) {
   std::vector<unsigned char> frame(size_t(n) * 2 * 2, 200);
   for (int x = 0; x < n; ++x)
     if (x % 40 < 8) frame[2 * x] = frame[2 * (n + x)] = 40;
-  CameraAnalysisMaxOnLine2 record = MultiFinder(0, 1, n, 1, colour, results);
+  CameraAnalysisMaxOnLine2 record = MultiFinder(0, 1, n, 1, colour, results, true);
   CameraInitAnalysis(&record.base, n, 2);
   for (auto _ : state) record.Analyze(0, frame.data(), frame.data(), nullptr, 0);
   CameraUninitAnalysis(&record.base);
@@ -102,6 +109,7 @@ BENCHMARK(BM_SingleRow)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SingleDiagonal)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MultiRow)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MultiDiagonal)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MultiRowEveryWidth)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(BM_MultiScanLength, luma, false)
     ->RangeMultiplier(10)
     ->Range(100, 10000)

@@ -16,6 +16,8 @@ constexpr int32_t kFullScale = 1275;
 // The box filter and the end mark need this many samples to stay inside
 // the buffers.
 constexpr int64_t kMinSamples = 6;
+// Work buffers: value, red, green, blue, eroded, and the floor's minimums.
+constexpr int kBuffers = 6;
 
 int32_t Percent(int32_t percent) { return CameraMul32(percent, kFullScale) / 100; }
 int32_t OfFullScale(int32_t value) { return CameraMul32(value, 100) / kFullScale; }
@@ -32,11 +34,20 @@ void BoxFilter(int32_t* buffer, int32_t count) {
   buffer[count - 4] = -1;
 }
 
-// A plain reduction, which the compiler turns into vector code.
-int32_t MinimumOf(const int32_t* buffer, int64_t first, int64_t count) {
-  int32_t minimum = buffer[first];
-  for (int64_t i = first + 1; i < first + count; ++i) minimum = std::min(minimum, buffer[i]);
-  return minimum;
+// out[j] = minimum of in[j .. j+width-1] for j = 0 .. places-1, one pass per
+// offset over all places: the passes vectorise, windows one by one do not.
+void WindowMinimums(const int32_t* in, int64_t places, int32_t width, int32_t* out) {
+  std::copy(in, in + places, out);
+  for (int32_t t = 1; t < width; ++t)
+    for (int64_t j = 0; j < places; ++j) out[j] = std::min(out[j], in[j + t]);
+}
+
+// A channel's five-sample sum at i after the channel balance; only the
+// colour check asks, at one place per candidate.
+int32_t BalancedSum(const int32_t* channel, int64_t i, int32_t gain) {
+  int32_t sum = 0;
+  for (int t = 0; t < 5; ++t) sum += (channel[i + t] * gain) >> 8;
+  return sum;
 }
 
 }  // namespace
@@ -71,28 +82,31 @@ void CameraAnalysisMaxOnLine::Init() {
     weightR = weightG = weightB = -65536;
     weightOffset = 765 * 65536;
   }
-  // The buffers are allocated last, so that a record refused above holds none.
-  int32_t** buffers[] = {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer, &erodedBuffer};
-  for (int32_t** buffer : buffers) *buffer = static_cast<int32_t*>(calloc(size_t(count), sizeof(int32_t)));
-  if (!valueBuffer || !redBuffer || !greenBuffer || !blueBuffer || !erodedBuffer) {
+  // The buffers are allocated last, so that a record refused above holds
+  // none. Two more than the record shows: the floor's window minimums and
+  // their scratch.
+  valueBuffer = CameraScanWork::Allocate(int32_t(count), kBuffers, int32_t(count));
+  if (!valueBuffer) {
     fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
-    Uninit();
+    return;
   }
+  redBuffer = valueBuffer + count;
+  greenBuffer = redBuffer + count;
+  blueBuffer = greenBuffer + count;
+  erodedBuffer = blueBuffer + count;
 }
 
 void CameraAnalysisMaxOnLine::Uninit() {
-  int32_t** buffers[] = {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer, &erodedBuffer};
-  for (int32_t** buffer : buffers) {
-    free(*buffer);
-    *buffer = nullptr;
-  }
+  CameraScanWork::Free(valueBuffer);
+  valueBuffer = redBuffer = greenBuffer = blueBuffer = erodedBuffer = nullptr;
 }
 
 void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*, const unsigned char*,
                                       int) {
   const int32_t wmin = widthMin, h = CameraSub32(widthMax, widthMin) / 2;
-  // A record Init refused behaves as one with unusable widths.
-  if (!valueBuffer || wmin < 1 || h < 1) {
+  // A record Init refused, or whose sample count was changed after it,
+  // behaves as one with unusable widths.
+  if (!valueBuffer || CameraScanWork::Of(valueBuffer).Count() != sampleCount || wmin < 1 || h < 1) {
     CameraStoreResult(positionResult, -1);
     return;
   }
@@ -100,45 +114,44 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
   int32_t* const value = valueBuffer;
 
   // Sample, balance the channels on their medians, and weigh them into
-  // line-ness.
+  // line-ness. The channels stay unbalanced in their buffers: only the
+  // colour check needs them balanced, at a few places.
   uint16_t histograms[3][256] = {};
-  CameraScanFrame image{frame, base.width, base.height};
-  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
-    CameraRgb colour = image.Rgb(x, y);
-    redBuffer[i] = colour.red;
-    greenBuffer[i] = colour.green;
-    blueBuffer[i] = colour.blue;
-    ++histograms[0][colour.red];
-    ++histograms[1][colour.green];
-    ++histograms[2][colour.blue];
-  });
+  CameraScanSamples<true>(*this, CameraScanWork::Of(valueBuffer), frame,
+                          [&](int32_t first, int count, const int32_t* luma, const int32_t* u, const int32_t* v) {
+                            int32_t *red = redBuffer + first, *green = greenBuffer + first, *blue = blueBuffer + first;
+                            for (int i = 0; i < count; ++i) {
+                              const CameraRgb colour = CameraYuvToRgb(luma[i], u[i], v[i]);
+                              red[i] = colour.red, green[i] = colour.green, blue[i] = colour.blue;
+                            }
+                            for (int i = 0; i < count; ++i) {
+                              ++histograms[0][red[i]];
+                              ++histograms[1][green[i]];
+                              ++histograms[2][blue[i]];
+                            }
+                          });
   const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
                 gainB = CameraMedianGain(histograms[2], n);
+  const int32_t wR = weightR, wG = weightG, wB = weightB, offset = weightOffset;
   for (int32_t i = 0; i < n; ++i) {
-    redBuffer[i] = (redBuffer[i] * gainR) >> 8;
-    greenBuffer[i] = (greenBuffer[i] * gainG) >> 8;
-    blueBuffer[i] = (blueBuffer[i] * gainB) >> 8;
     // Close colours give weights large enough to wrap, as they do on the
     // controller.
-    int32_t sum = CameraAdd32(CameraAdd32(CameraMul32(weightG, greenBuffer[i]), CameraMul32(weightR, redBuffer[i])),
-                              CameraAdd32(CameraMul32(weightB, blueBuffer[i]), weightOffset));
-    value[i] = int16_t(sum >> 16);
+    const uint32_t sum = uint32_t(wG) * uint32_t((greenBuffer[i] * gainG) >> 8) +
+                         uint32_t(wR) * uint32_t((redBuffer[i] * gainR) >> 8) +
+                         (uint32_t(wB) * uint32_t((blueBuffer[i] * gainB) >> 8) + uint32_t(offset));
+    value[i] = int16_t(int32_t(sum) >> 16);
   }
-  for (int32_t* buffer : {value, redBuffer, greenBuffer, blueBuffer}) BoxFilter(buffer, n);
+  BoxFilter(value, n);
 
   // Erode by the narrowest width: a plateau survives only where it is at
   // least that wide. Bounds in 64 bits, as hostile widths reach past 32.
   const int64_t lastEroded = int64_t(n) - 3 - h - wmin, lastCandidate = int64_t(n) - 4 - wmin - h;
-  // One pass per offset over the whole range rather than one window per
-  // place: the passes vectorise, the windows do not.
-  if (lastEroded >= h - 1) {
-    int32_t* const eroded = erodedBuffer + (h - 1);
-    const int32_t* const from = value + (h - 1);
-    const int64_t places = lastEroded - (h - 1) + 1;
-    std::copy(from, from + places, eroded);
-    for (int32_t t = 1; t < wmin; ++t)
-      for (int64_t j = 0; j < places; ++j) eroded[j] = std::min(eroded[j], from[j + t]);
-  }
+  if (lastEroded >= h - 1) WindowMinimums(value + (h - 1), lastEroded - (h - 1) + 1, wmin, erodedBuffer + (h - 1));
+  // The floor on either side of candidate k is the minimum of the h values
+  // before k, or of the h from k + wmin on: floor[j] covers value[j ..
+  // j+h-1].
+  int32_t* const floor = erodedBuffer + n;
+  if (lastCandidate >= h) WindowMinimums(value, lastCandidate + wmin + 1, h, floor);
 
   const int32_t peakMin = Percent(peakThreshold), contrastMin = Percent(contrastThreshold);
   int32_t best = -2147483647, bestIndex = -1, bestLeft = 0, bestRight = 0;
@@ -148,14 +161,15 @@ void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, con
     const int32_t peak = erodedBuffer[k];
     if (peak < erodedBuffer[k - 1] || peak < erodedBuffer[k + 1]) continue;
     if (peak < peakMin || peak < best) continue;  // ties go to the later peak
-    const int32_t left = MinimumOf(value, k - h, h);
+    const int32_t left = floor[k - h];
     if (peak - left < contrastMin) continue;
-    const int32_t right = MinimumOf(value, k + wmin, h);
+    const int32_t right = floor[k + wmin];
     if (peak - right < contrastMin) continue;
     Shares shares{0, 0, 0, 0};
     if (colorCheck) {
       const int64_t centre = k + wmin / 2;
-      shares = {-1, redBuffer[centre] / 5, greenBuffer[centre] / 5, blueBuffer[centre] / 5};
+      shares = {-1, BalancedSum(redBuffer, centre, gainR) / 5, BalancedSum(greenBuffer, centre, gainG) / 5,
+                BalancedSum(blueBuffer, centre, gainB) / 5};
       if (brightnessMax >= 0) {
         int32_t sum = shares.r + shares.g + shares.b;
         shares = sum ? Shares{sum * 100 / 765, shares.r * 300 / sum, shares.g * 300 / sum, shares.b * 300 / sum}

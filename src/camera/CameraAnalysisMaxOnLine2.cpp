@@ -91,6 +91,112 @@ struct SumBuffers {
   }
 };
 
+// Where lines may be. A trial of width w responds at most w times the spread
+// (largest minus smallest sample) of its 2w samples in a buffer: its middle
+// can stand at most that far above twice a flank. Where every buffer spreads
+// less than the threshold, no trial can find a line and the search passes by
+// without measuring. Kept per block of samples: how many blocks to either
+// side a window must reach before some buffer spreads that far.
+class LineReach {
+ public:
+  static constexpr int kBlock = 8;
+  // Windows reaching further than this many blocks are always measured, so
+  // that working out the reach stays linear in the scan line's length.
+  static constexpr int32_t kFar = 8;
+  static size_t Ints(int32_t n) { return 5 * size_t(Blocks(n) + 2 * kFar); }
+
+  // Samples 1 .. n of each buffer, before their prefix sums.
+  LineReach(int32_t* memory, int32_t* const* buffers, int count, int32_t n, int32_t threshold, int32_t widthMax)
+      : blocks_(Blocks(n)), threshold_(threshold), far_(int32_t(std::clamp<int64_t>((int64_t(widthMax) + kBlock - 1) / kBlock, 0, kFar))), reach_(memory) {
+    if (threshold <= 0) return;
+    const int32_t padded = blocks_ + 2 * kFar;
+    // Block minimums and maximums, padded with values that never decide.
+    int32_t *lowest = reach_ + padded + kFar, *highest = lowest + padded, *low = highest + padded,
+            *high = low + padded;
+    std::fill(reach_, reach_ + blocks_, far_ + 1);
+    std::fill(lowest - kFar, lowest + blocks_ + kFar, kNeverDecides);
+    std::fill(highest - kFar, highest + blocks_ + kFar, -kNeverDecides);
+    for (int b = 0; b < count; ++b) {
+      Extremes(buffers[b] + 1, n, lowest, highest);
+      std::copy(lowest, lowest + blocks_, low);
+      std::copy(highest, highest + blocks_, high);
+      // Grow every window by a block on each side at a time.
+      for (int32_t r = 0; r <= far_; ++r) Grow(lowest, highest, low, high, r, threshold);
+    }
+  }
+
+  // How many blocks to either side the trials of width w reach: those
+  // centred in block k see samples of blocks k - Blocks(w) .. k + Blocks(w)
+  // at most. Beyond kFar, or when the threshold times the width does not
+  // fit 32 bits, every trial is measured (also should the threshold have
+  // changed since the reach was worked out).
+  int32_t Reach(int32_t w, int32_t threshold) const {
+    const int32_t reach = Blocks(w);
+    return threshold == threshold_ && threshold > 0 && reach <= far_ && int64_t(threshold) * w <= INT32_MAX ? reach
+                                                                                                          : -1;
+  }
+
+  // Calls visit(first, last) for the stretches of centres from first to
+  // last whose trials, reaching reach blocks, may find a line.
+  template <typename Visit>
+  void ForStretches(int32_t first, int32_t last, int32_t reach, Visit visit) const {
+    if (reach < 0) {
+      visit(first, last);
+      return;
+    }
+    for (int32_t k = Block(first), end = Block(last); k <= end;) {
+      if (reach_[k] > reach) {
+        ++k;
+        continue;
+      }
+      const int32_t from = k;
+      while (k + 1 <= end && reach_[k + 1] <= reach) ++k;
+      visit(std::max(first, from * kBlock + 1), std::min(last, (k + 1) * kBlock));
+      ++k;
+    }
+  }
+
+ private:
+  static constexpr int32_t kNeverDecides = 1 << 24;  // far beyond any sample
+
+  // Smallest and largest of each block of the n samples.
+  void Extremes(const int32_t* samples, int32_t n, int32_t* __restrict lowest, int32_t* __restrict highest) const {
+    const int32_t whole = n / kBlock;
+    for (int32_t k = 0; k < whole; ++k) {
+      const int32_t* block = samples + k * kBlock;
+      int32_t least = block[0], most = block[0];
+      for (int i = 1; i < kBlock; ++i) least = std::min(least, block[i]), most = std::max(most, block[i]);
+      lowest[k] = least, highest[k] = most;
+    }
+    if (whole < blocks_) {
+      const int32_t* block = samples + whole * kBlock;
+      int32_t least = block[0], most = block[0];
+      for (int i = 1; i < n - whole * kBlock; ++i) least = std::min(least, block[i]), most = std::max(most, block[i]);
+      lowest[whole] = least, highest[whole] = most;
+    }
+  }
+
+  // Widens the windows to r blocks on each side and notes where they first
+  // spread to the threshold.
+  void Grow(const int32_t* __restrict lowest, const int32_t* __restrict highest, int32_t* __restrict low,
+            int32_t* __restrict high, int32_t r, int32_t threshold) const {
+    int32_t* __restrict reach = reach_;
+    for (int32_t k = 0; k < blocks_; ++k) {
+      low[k] = std::min(low[k], std::min(lowest[k - r], lowest[k + r]));
+      high[k] = std::max(high[k], std::max(highest[k - r], highest[k + r]));
+      const bool first = (high[k] - low[k] >= threshold) & (reach[k] > r);
+      reach[k] = first ? r : reach[k];
+    }
+  }
+  static int32_t Blocks(int32_t n) { return (n + kBlock - 1) / kBlock; }
+  // Block of centre or sample c (samples count from 1).
+  static int32_t Block(int32_t c) { return (c - 1) / kBlock; }
+  // Reach worked out up to far_ blocks: no further than the widest width
+  // needs.
+  int32_t blocks_, threshold_, far_;
+  int32_t* reach_;
+};
+
 int32_t Strength(int32_t response, int32_t width) { return CameraMul32(response, 65536 / width) >> 16; }
 
 int32_t HalfRoundedToEven(int32_t n) { return (n / 2) & ~1; }
@@ -98,12 +204,10 @@ int32_t HalfRoundedToEven(int32_t n) { return (n / 2) & ~1; }
 // Prefix sums in place over samples 1 .. n; negated for dark lines, so that
 // they become peaks too.
 void PrefixSums(int32_t* buffer, int32_t n, bool bright) {
-  int32_t sum = 0;
   buffer[0] = 0;
-  for (int32_t j = 1; j <= n; ++j) {
-    sum += buffer[j];
-    buffer[j] = bright ? sum : -sum;
-  }
+  for (int32_t j = 1; j <= n; ++j) buffer[j] += buffer[j - 1];
+  if (!bright)
+    for (int32_t j = 1; j <= n; ++j) buffer[j] = -buffer[j];
 }
 
 }  // namespace
@@ -133,24 +237,22 @@ void CameraAnalysisMaxOnLine2::Init() {
   if (widthMin < 2) widthMin = 2;
   if (widthMax > sampleCount / 2) widthMax = HalfRoundedToEven(sampleCount);
 
-  const size_t entries = size_t(sampleCount) + 1;
-  valueBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
-  if (color) {
-    redBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
-    greenBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
-    blueBuffer = static_cast<int32_t*>(calloc(entries, sizeof(int32_t)));
-  }
-  if (!valueBuffer || (color && (!redBuffer || !greenBuffer || !blueBuffer))) {
+  const int32_t entries = sampleCount + 1;
+  valueBuffer = CameraScanWork::Allocate(sampleCount, color ? 4 : 1, entries, LineReach::Ints(sampleCount));
+  if (!valueBuffer) {
     fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
-    Uninit();
+    return;
+  }
+  if (color) {
+    redBuffer = valueBuffer + entries;
+    greenBuffer = redBuffer + entries;
+    blueBuffer = greenBuffer + entries;
   }
 }
 
 void CameraAnalysisMaxOnLine2::Uninit() {
-  for (int32_t** buffer : {&valueBuffer, &redBuffer, &greenBuffer, &blueBuffer}) {
-    free(*buffer);
-    *buffer = nullptr;
-  }
+  CameraScanWork::Free(valueBuffer);
+  valueBuffer = redBuffer = greenBuffer = blueBuffer = nullptr;
 }
 
 void CameraAnalysisMaxOnLine2::Analyze(int index, const unsigned char* frame, const unsigned char* previousFrame,
@@ -167,8 +269,8 @@ namespace {
 // analysis, over a record whose buffers hold this frame's prefix sums.
 class LineSearch {
  public:
-  LineSearch(CameraAnalysisMaxOnLine2& record, const SumBuffers& buffers)
-      : record_(record), buffers_(buffers), n_(record.sampleCount), lines_(record.lineCountMax) {}
+  LineSearch(CameraAnalysisMaxOnLine2& record, const SumBuffers& buffers, const LineReach& reach)
+      : record_(record), buffers_(buffers), reach_(reach), n_(record.sampleCount), lines_(record.lineCountMax) {}
 
   // Every width from the minimum to the maximum in steps of an eighth,
   // rounded to even, at centres an eighth of the width apart.
@@ -183,16 +285,25 @@ class LineSearch {
       if (w == previous) continue;
       previous = w;
       if (w > n_ - w) continue;
-      const int32_t step = (w + 7) >> 3, minimum = CameraMul32(threshold, w);
-      ForRuns(w, n_ - w, step, [&](int32_t first, int count) {
-        int32_t responses[kRun];
-        buffers_.BestResponses(first, step, w, count, responses);
-        // Most runs hold no candidate at all.
-        if (Largest(responses, count) < minimum) return;
-        for (int i = 0; i < count; ++i)
-          if (responses[i] >= minimum) lines_.Merge({first + i * step, w, Strength(responses[i], w)});
+      const int32_t step = (w + 7) >> 3, minimum = CameraMul32(threshold, w), last = n_ - w;
+      const int32_t reach = reach_.Reach(w, threshold);
+      reach_.ForStretches(w, last, reach, [&](int32_t from, int32_t to) {
+        // The first centre of the stretch on the width's grid.
+        const int32_t first = w + (from - w + step - 1) / step * step;
+        ForRuns(first, to, step, [&](int32_t c, int count) { Measure(c, step, w, count, minimum); });
       });
     }
+  }
+
+  // The trials of width w at count centres from first on, stride apart;
+  // those that reach minimum are merged into the list.
+  void Measure(int32_t first, int32_t stride, int32_t w, int count, int32_t minimum) {
+    int32_t responses[kRun];
+    buffers_.BestResponses(first, stride, w, count, responses);
+    // Most runs hold no candidate at all.
+    if (Largest(responses, count) < minimum) return;
+    for (int i = 0; i < count; ++i)
+      if (responses[i] >= minimum) lines_.Merge({first + i * stride, w, Strength(responses[i], w)});
   }
 
   // Re-measures each line at widths around its own and positions around
@@ -312,6 +423,7 @@ class LineSearch {
 
   CameraAnalysisMaxOnLine2& record_;
   const SumBuffers& buffers_;
+  const LineReach& reach_;
   const int32_t n_;
   CameraLineList lines_;
 };
@@ -320,10 +432,12 @@ class LineSearch {
 
 namespace {
 
-// A record that Init refused, or whose colour flag was set after Init, finds
-// nothing and says so in its slots.
+// A record that Init refused, or whose colour flag or sample count changed
+// after Init, finds nothing and says so in its slots.
 bool Unusable(CameraAnalysisMaxOnLine2& record, bool colour) {
-  if (record.valueBuffer && (!colour || record.redBuffer)) return false;
+  if (record.valueBuffer && (!colour || record.redBuffer) &&
+      CameraScanWork::Of(record.valueBuffer).Count() == record.sampleCount)
+    return false;
   std::atomic_ref<uint16_t>(record.lineCount).store(0, std::memory_order_relaxed);
   LineSearch::ClearSlots(record, 0, colour);
   return true;
@@ -336,20 +450,24 @@ void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* fram
   if (Unusable(*this, true)) return;
   const int32_t n = sampleCount;
   uint16_t histograms[3][256] = {};
-  CameraScanFrame image{frame, base.width, base.height};
-  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n, [&](int32_t i, double x, double y) {
-    const CameraRgb colour = image.Rgb(x, y);
-    redBuffer[i + 1] = colour.red;
-    greenBuffer[i + 1] = colour.green;
-    blueBuffer[i + 1] = colour.blue;
-    if (whiteBalance) {
-      ++histograms[0][colour.red];
-      ++histograms[1][colour.green];
-      ++histograms[2][colour.blue];
-    } else {
-      valueBuffer[i + 1] = CameraGrey(colour.red, colour.green, colour.blue);
-    }
-  });
+  CameraScanSamples<true>(*this, CameraScanWork::Of(valueBuffer), frame,
+                          [&](int32_t first, int count, const int32_t* luma, const int32_t* u, const int32_t* v) {
+                            int32_t *red = redBuffer + first + 1, *green = greenBuffer + first + 1,
+                                    *blue = blueBuffer + first + 1, *grey = valueBuffer + first + 1;
+                            for (int i = 0; i < count; ++i) {
+                              const CameraRgb colour = CameraYuvToRgb(luma[i], u[i], v[i]);
+                              red[i] = colour.red, green[i] = colour.green, blue[i] = colour.blue;
+                            }
+                            if (whiteBalance) {
+                              for (int i = 0; i < count; ++i) {
+                                ++histograms[0][red[i]];
+                                ++histograms[1][green[i]];
+                                ++histograms[2][blue[i]];
+                              }
+                            } else {
+                              for (int i = 0; i < count; ++i) grey[i] = CameraGrey(red[i], green[i], blue[i]);
+                            }
+                          });
   if (whiteBalance) {
     const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
                   gainB = CameraMedianGain(histograms[2], n);
@@ -361,8 +479,9 @@ void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* fram
     }
   }
   SumBuffers buffers{{valueBuffer, redBuffer, greenBuffer, blueBuffer}, 4};
+  const LineReach reach(CameraScanWork::Of(valueBuffer).Extra(), buffers.sums, 4, n, threshold, widthMax);
   for (int32_t* buffer : buffers.sums) PrefixSums(buffer, n, bright);
-  LineSearch search(*this, buffers);
+  LineSearch search(*this, buffers, reach);
   search.Search();
   if (refine) search.RefineColor();
   search.Report(index, true);
@@ -372,12 +491,14 @@ void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, 
                                          const unsigned char*, int) {
   if (Unusable(*this, false)) return;
   const int32_t n = sampleCount;
-  CameraScanFrame image{frame, base.width, base.height};
-  CameraScanWalk(xOrigin, xStep, yOrigin, yStep, n,
-                 [&](int32_t i, double x, double y) { valueBuffer[i + 1] = image.Luma(x, y); });
-  PrefixSums(valueBuffer, n, bright);
+  CameraScanSamples<false>(*this, CameraScanWork::Of(valueBuffer), frame,
+                           [this](int32_t first, int count, const int32_t* luma, const int32_t*, const int32_t*) {
+                             std::copy(luma, luma + count, valueBuffer + first + 1);
+                           });
   SumBuffers buffers{{valueBuffer}, 1};
-  LineSearch search(*this, buffers);
+  const LineReach reach(CameraScanWork::Of(valueBuffer).Extra(), buffers.sums, 1, n, threshold, widthMax);
+  PrefixSums(valueBuffer, n, bright);
+  LineSearch search(*this, buffers, reach);
   search.Search();
   if (refine) search.RefineBW();
   search.Report(index, false);

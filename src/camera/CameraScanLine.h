@@ -9,6 +9,8 @@
 #include <atomic>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <new>
 
 #include "CameraColor.h"
 
@@ -81,14 +83,17 @@ struct CameraScanFrame {
     if (!(x >= 0 && x < width && y >= 0 && y < height)) return 0;
     return data[Offset(int32_t(x), int32_t(y))];
   }
-  // Colour of the pixel; black outside. With an odd width (the decoder
-  // never delivers one) the last column has no chroma pair and counts as
-  // outside.
-  CameraRgb Rgb(double x, double y) const {
-    if (!(x >= 0 && x < (width & ~1) && y >= 0 && y < height)) return {0, 0, 0};
+  // Luma and chroma bytes of the pixel; (0, 128, 128), which converts to
+  // black, outside. With an odd width (the decoder never delivers one) the
+  // last column has no chroma pair and counts as outside.
+  void Yuv(double x, double y, int32_t& luma, int32_t& u, int32_t& v) const {
+    if (!(x >= 0 && x < (width & ~1) && y >= 0 && y < height)) {
+      luma = 0, u = v = 128;
+      return;
+    }
     const int32_t column = int32_t(x);
     const unsigned char* pair = data + Offset(column & ~1, int32_t(y));
-    return CameraYuvToRgb(pair[(column & 1) * 2], pair[1], pair[3]);
+    luma = pair[(column & 1) * 2], u = pair[1], v = pair[3];
   }
 
  private:
@@ -111,6 +116,115 @@ void CameraScanWalk(float xOrigin, float xStep, float yOrigin, float yStep, int3
     xf += xStep;
     yf += yStep;
   }
+}
+
+// A record's work memory: its buffers, zeroed, behind a header that holds
+// what they were made for, and after them the scan line's pixels, worked out
+// once for a frame size rather than walked again every frame. The record
+// keeps only the first buffer; the header lies just in front of it.
+class CameraScanWork {
+ public:
+  // buffers buffers of entries int32 each, for a scan line of count samples,
+  // and extra int32 of scratch; the first buffer, or null without memory.
+  static int32_t* Allocate(int32_t count, int buffers, int32_t entries, size_t extra = 0) {
+    const size_t ints = size_t(buffers) * size_t(entries) + size_t(count) + extra;
+    void* block = calloc(kHeaderInts + ints, sizeof(int32_t));
+    if (!block) return nullptr;
+    CameraScanWork* work = new (block) CameraScanWork;
+    work->count_ = count;
+    work->pixels_ = work->First() + size_t(buffers) * size_t(entries);
+    work->extra_ = work->pixels_ + count;
+    return work->First();
+  }
+  static void Free(int32_t* first) {
+    if (first) free(&Of(first));
+  }
+  static CameraScanWork& Of(int32_t* first) { return *reinterpret_cast<CameraScanWork*>(first - kHeaderInts); }
+
+  // The sample count the buffers were made for: a record whose count has
+  // changed since must not use them.
+  int32_t Count() const { return count_; }
+  int32_t* Extra() { return extra_; }
+
+  // Byte offset of the luma of each sample of the walk in a frame of this
+  // size, or -1 outside; made again when the walk or the size differ from
+  // the last frame's. Null for the frames no offset table describes (odd
+  // widths, where the last column has luma but no chroma pair, and frames
+  // beyond 1 GiB), which are walked instead.
+  const int32_t* Pixels(float xOrigin, float xStep, float yOrigin, float yStep, int32_t width, int32_t height) {
+    if ((width & 1) || int64_t(width) * height > (int64_t(1) << 29)) return nullptr;
+    const float walk[4] = {xOrigin, xStep, yOrigin, yStep};
+    // Bitwise, so that a changed step is seen even where it compares equal.
+    if (!made_ || memcmp(walk, walk_, sizeof walk) != 0 || width != width_ || height != height_) {
+      memcpy(walk_, walk, sizeof walk);
+      width_ = width;
+      height_ = height;
+      CameraScanWalk(xOrigin, xStep, yOrigin, yStep, count_, [this, width, height](int32_t i, double x, double y) {
+        pixels_[i] = x >= 0 && x < width && y >= 0 && y < height ? (int32_t(y) * width + int32_t(x)) * 2 : -1;
+      });
+      made_ = true;
+    }
+    return pixels_;
+  }
+
+ private:
+  // The header's size in int32, a multiple of 4 so that the buffers keep
+  // 16-byte alignment.
+  static constexpr size_t kHeaderInts = 16;
+  int32_t* First() { return reinterpret_cast<int32_t*>(this) + kHeaderInts; }
+
+  int32_t count_ = 0;
+  int32_t* pixels_ = nullptr;
+  int32_t* extra_ = nullptr;
+  float walk_[4] = {};
+  int32_t width_ = 0, height_ = 0;
+  bool made_ = false;
+};
+static_assert(sizeof(CameraScanWork) <= 16 * sizeof(int32_t));
+
+// The samples of a record's scan line in this frame, in runs: visit(first,
+// count, luma, u, v) gets the luma and the two chroma bytes of samples first
+// .. first+count-1, outside ones as (0, 128, 128), which converts to black.
+// Taken from the record's pixel table; frames it cannot describe are
+// walked. Luma alone leaves u and v unset.
+constexpr int kCameraScanRun = 256;
+
+template <bool Chroma, typename Record, typename Visit>
+void CameraScanSamples(Record& record, CameraScanWork& work, const unsigned char* frame, Visit visit) {
+  const int32_t count = record.sampleCount, width = record.base.width, height = record.base.height;
+  int32_t luma[kCameraScanRun], u[kCameraScanRun], v[kCameraScanRun];
+  const int32_t* pixels = work.Pixels(record.xOrigin, record.xStep, record.yOrigin, record.yStep, width, height);
+  if (pixels) {
+    for (int32_t first = 0; first < count; first += kCameraScanRun) {
+      const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
+      for (int i = 0; i < n; ++i) {
+        const int32_t at = pixels[first + i];
+        if (at < 0) {
+          luma[i] = 0, u[i] = v[i] = 128;
+          continue;
+        }
+        luma[i] = frame[at];
+        // Even widths only: a pixel pair starts on a multiple of 4 bytes.
+        if (Chroma) u[i] = frame[(at & ~3) + 1], v[i] = frame[(at & ~3) + 3];
+      }
+      visit(first, n, luma, u, v);
+    }
+    return;
+  }
+  const CameraScanFrame image{frame, width, height};
+  int32_t first = 0, n = 0;
+  CameraScanWalk(record.xOrigin, record.xStep, record.yOrigin, record.yStep, count,
+                 [&](int32_t i, double x, double y) {
+                   if (Chroma)
+                     image.Yuv(x, y, luma[n], u[n], v[n]);
+                   else
+                     luma[n] = image.Luma(x, y);
+                   if (++n == kCameraScanRun || i == count - 1) {
+                     visit(first, n, luma, u, v);
+                     first += n;
+                     n = 0;
+                   }
+                 });
 }
 
 // First histogram bin at which the running count reaches half the samples,
