@@ -4,14 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
-#include "FL48LongDouble.h"
 #include "FL48TestSupport.h"
-#include "kavri/FL48.h"
 
 namespace {
 
@@ -33,51 +27,28 @@ const FL48 kExactOne = Make(FL48_EXACT_BIT | 0x2001, 0x80000000);
 
 // ---- Special values and limits ----
 
-struct SpecialCase {
-  const char* name;
-  Function f;
-  FL48 x;
-  FL48 expected;
-};
-
 TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
-  const FL48 zero = Code(FL48_CODE_UNDERFLOW);
-  const FL48 overflow = Code(FL48_CODE_OVERFLOW);
-  const FL48 nan = Code(FL48_CODE_NAN);
-  const FL48 lost = Code(FL48_CODE_LOST);
-  const FL48 twoTo29 = Make(0x201E, 0x80000000);
-  const SpecialCase cases[] = {
-      {"ln 0", FL48_Ln, zero, overflow},
-      {"ln -1", FL48_Ln, fl48test::FromShort(-1), nan},
-      {"ln overflow", FL48_Ln, overflow, lost},
-      {"log10 0", FL48_Log10, zero, overflow},
-      {"exp 0", FL48_Exp, zero, kExactOne},
-      {"exp10 0", FL48_Exp10, zero, kExactOne},
+  const FL48 zero = Code(FL48_CODE_UNDERFLOW), overflow = Code(FL48_CODE_OVERFLOW), nan = Code(FL48_CODE_NAN),
+             lost = Code(FL48_CODE_LOST), twoTo29 = Make(0x201E, 0x80000000);
+  const struct { const char* name; Function f; FL48 x, expected; } cases[] = {
+      {"ln 0", FL48_Ln, zero, overflow}, {"ln -1", FL48_Ln, fl48test::FromShort(-1), nan},
+      {"ln overflow", FL48_Ln, overflow, lost}, {"log10 0", FL48_Log10, zero, overflow},
+      {"exp 0", FL48_Exp, zero, kExactOne}, {"exp10 0", FL48_Exp10, zero, kExactOne},
       {"exp -5000", FL48_Exp, fl48test::FromShort(-5000), zero},
       {"exp 5000", FL48_Exp, fl48test::FromShort(5000), overflow},
       {"exp -4096", FL48_Exp, fl48test::FromShort(-4096), zero},
-      {"exp 4096", FL48_Exp, fl48test::FromShort(4096), overflow},
-      {"exp overflow", FL48_Exp, overflow, overflow},
-      {"exp nan", FL48_Exp, nan, nan},
-      {"sin 0", FL48_Sin, zero, zero},
-      {"cos 0", FL48_Cos, zero, kExactOne},
-      {"sin 2^29", FL48_Sin, twoTo29, lost},
-      {"sin 2^30", FL48_Sin, Make(0x201F, 0x80000000), lost},
-      {"cos -2^29", FL48_Cos, Make(0xA01E, 0x80000000), lost},
-      {"tan 2^29", FL48_Tan, twoTo29, lost},
-      {"sin360 2^29 degrees", FL48_Sin360, Make(0x2024, 0x80000000), lost},
-      {"sin nan", FL48_Sin, nan, nan},
-      {"asin 1.5", FL48_Asin, Nearest(1.5L), nan},
-      {"asin -1.5", FL48_Asin, Nearest(-1.5L), nan},
-      {"asin overflow", FL48_Asin, overflow, nan},
-      {"acos 0", FL48_Acos, zero, FL48_PiH},
-      {"acos 1", FL48_Acos, fl48test::FromShort(1), zero},
-      {"acos nan", FL48_Acos, nan, nan},
-      {"atan 0", FL48_Atan, zero, zero},
-      {"atan overflow", FL48_Atan, overflow, lost},
+      {"exp 4096", FL48_Exp, fl48test::FromShort(4096), overflow}, {"exp overflow", FL48_Exp, overflow, overflow},
+      {"exp nan", FL48_Exp, nan, nan}, {"sin 0", FL48_Sin, zero, zero}, {"cos 0", FL48_Cos, zero, kExactOne},
+      {"sin 2^29", FL48_Sin, twoTo29, lost}, {"sin 2^30", FL48_Sin, Make(0x201F, 0x80000000), lost},
+      {"cos -2^29", FL48_Cos, Make(0xA01E, 0x80000000), lost}, {"tan 2^29", FL48_Tan, twoTo29, lost},
+      {"sin360 2^29 degrees", FL48_Sin360, Make(0x2024, 0x80000000), lost}, {"sin nan", FL48_Sin, nan, nan},
+      {"asin 1.5", FL48_Asin, Nearest(1.5L), nan}, {"asin -1.5", FL48_Asin, Nearest(-1.5L), nan},
+      {"asin overflow", FL48_Asin, overflow, nan}, {"acos 0", FL48_Acos, zero, FL48_PiH},
+      {"acos 1", FL48_Acos, fl48test::FromShort(1), zero}, {"acos nan", FL48_Acos, nan, nan},
+      {"atan 0", FL48_Atan, zero, zero}, {"atan overflow", FL48_Atan, overflow, lost},
       {"atan corrupted", FL48_Atan, Code(77), Code(FL48_CODE_UNDEFINED)},
   };
-  for (const SpecialCase& c : cases) {
+  for (const auto& c : cases) {
     const FL48 result = Apply(c.f, c.x);
     // A special's mantissa words carry nothing, so only word 0 counts then.
     const bool same =
@@ -86,17 +57,12 @@ TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
   }
 }
 
-TEST(FL48Functions, TrigonometryWorksUpTo2To29) {
+// Just below 2^29 the trigonometric functions still reduce; exp saturates
+// only from 4096 on, just below it the result is e^x in range.
+TEST(FL48Functions, JustInsideTheLimitsResultsAreNumbers) {
   const FL48 below = Make(0x201D, 0xFFFFFFFF);  // the largest number below 2^29
-  for (Function f : {FL48_Sin, FL48_Cos, FL48_Tan}) {
-    const FL48 r = Apply(f, below);
-    EXPECT_TRUE(IsNumber(r)) << Describe(r);
-  }
+  for (Function f : {FL48_Sin, FL48_Cos, FL48_Tan}) EXPECT_TRUE(IsNumber(Apply(f, below)));
   EXPECT_LE(std::fabs(Value(Apply(FL48_Sin, below))), 1.0L);
-}
-
-// exp saturates only from 4096 on; just below, the result is e^x in range.
-TEST(FL48Functions, ExpJustBelowSaturationIsInRange) {
   for (long double x : {4095.99L, -4095.99L}) {
     const FL48 r = Apply(FL48_Exp, Nearest(x));
     ASSERT_TRUE(IsNumber(r)) << Describe(r);
@@ -139,37 +105,6 @@ TEST(FL48Functions, SymmetriesHoldBitForBit) {
   }
 }
 
-struct KnownValue {
-  const char* name;
-  Function f;
-  long double x;
-  long double expected;
-  double bits;  // required correct bits
-};
-
-TEST(FL48Functions, KnownValues) {
-  const KnownValue cases[] = {
-      {"sin360 90", FL48_Sin360, 90, 1, 28},
-      {"sin360 30", FL48_Sin360, 30, 0.5L, 28},
-      {"cos360 60", FL48_Cos360, 60, 0.5L, 27},
-      {"tan360 45", FL48_Tan360, 45, 1, 28},
-      {"asin360 0.5", FL48_Asin360, 0.5L, 30, 28},
-      {"acos360 0.5", FL48_Acos360, 0.5L, 60, 28},
-      {"atan360 1", FL48_Atan360, 1, 45, 28},
-      {"ln 2", FL48_Ln, 2, 0.693147180559945309417L, 29},
-      {"log10 1000", FL48_Log10, 1000, 3, 29},
-      {"exp 1", FL48_Exp, 1, 2.71828182845904523536L, 29},
-      {"exp10 3", FL48_Exp10, 3, 1000, 26},
-      {"atan 1", FL48_Atan, 1, 0.785398163397448309616L, 29},
-      {"asin 1", FL48_Asin, 1, 1.57079632679489661923L, 29},
-  };
-  for (const KnownValue& c : cases) {
-    const FL48 r = Apply(c.f, Nearest(c.x));
-    EXPECT_LE(std::fabs(Value(r) - c.expected), std::fabs(c.expected) * std::ldexp(1.0L, -int(c.bits)))
-        << c.name << ": " << double(Value(r));
-  }
-}
-
 // Past pi/2 the tangent comes from the reciprocal branch and changes sign.
 // Near the pole the reduction's absolute error of about 2^-30 in the reduced
 // argument grows into a relative error of 2^-30 / |cos x|.
@@ -185,7 +120,6 @@ TEST(FL48Functions, TangentAcrossPiHalf) {
 }
 
 // ---- Sweeps against the C library ----
-
 
 struct Sweep {
   const char* name;
@@ -205,8 +139,7 @@ const Sweep kSweeps[] = {
     {"ln", FL48_Ln, Ln, 1e-30L, 0.5L, 28.5, false, true},
     {"ln", FL48_Ln, Ln, 1.1L, 2, 26.5, false, false},
     {"ln near 1", FL48_Ln, Ln, 0.5L, 1.1L, 29, true, false},
-    {"log10", FL48_Log10, Log10, 2, 1e30L, 28.5, false, true},
-    {"log10", FL48_Log10, Log10, 1e-30L, 0.5L, 28.5, false, true},
+    {"log10", FL48_Log10, Log10, 1e-30L, 1e30L, 28.5, true, true},
     {"log10 near 1", FL48_Log10, Log10, 0.5L, 2, 29, true, false},
     {"exp", FL48_Exp, Exp, -1, 1, 28.5, false, false},
     {"exp", FL48_Exp, Exp, -100, 100, 22, false, false},
@@ -268,28 +201,14 @@ TEST(FL48Functions, SweepsAgreeWithTheCLibrary) {
 
 TEST(FL48Constants, AreTheirValuesToThe32BitMantissa) {
   const double pi = 3.14159265358979323846;
-  const struct {
-    const char* name;
-    const FL48& constant;
-    double value;
-  } constants[] = {
-      {"One", FL48_One, 1},
-      {"Half", FL48_Half, 0.5},
-      {"Pi", FL48_Pi, pi},
-      {"PiH", FL48_PiH, pi / 2},
-      {"PiHI", FL48_PiHI, 2 / pi},
-      {"Sqrt2", FL48_Sqrt2, std::sqrt(2.0)},
-      {"Ln2", FL48_Ln2, std::log(2.0)},
-      {"Ln2I", FL48_Ln2I, 1 / std::log(2.0)},
-      {"Deg2Rad", FL48_Deg2Rad, pi / 180},
-      {"Rad2Deg", FL48_Rad2Deg, 180 / pi},
-      {"Ln10", FL48_Ln10, std::log(10.0)},
-      {"Ln10I", FL48_Ln10I, 1 / std::log(10.0)},
-      {"SqrtApr1", FL48_SqrtApr1, 0.417307600},
-      {"SqrtApr2", FL48_SqrtApr2, 0.590162067},
-      {"AsinLim", FL48_AsinLim, 0.625},
-      {"AtanLim1", FL48_AtanLim1, 1 + std::sqrt(2.0)},
-      {"AtanLim2", FL48_AtanLim2, 0.66},
+  const struct { const char* name; const FL48& constant; double value; } constants[] = {
+      {"One", FL48_One, 1}, {"Half", FL48_Half, 0.5}, {"Pi", FL48_Pi, pi}, {"PiH", FL48_PiH, pi / 2},
+      {"PiHI", FL48_PiHI, 2 / pi}, {"Sqrt2", FL48_Sqrt2, std::sqrt(2.0)}, {"Ln2", FL48_Ln2, std::log(2.0)},
+      {"Ln2I", FL48_Ln2I, 1 / std::log(2.0)}, {"Deg2Rad", FL48_Deg2Rad, pi / 180},
+      {"Rad2Deg", FL48_Rad2Deg, 180 / pi}, {"Ln10", FL48_Ln10, std::log(10.0)},
+      {"Ln10I", FL48_Ln10I, 1 / std::log(10.0)}, {"SqrtApr1", FL48_SqrtApr1, 0.417307600},
+      {"SqrtApr2", FL48_SqrtApr2, 0.590162067}, {"AsinLim", FL48_AsinLim, 0.625},
+      {"AtanLim1", FL48_AtanLim1, 1 + std::sqrt(2.0)}, {"AtanLim2", FL48_AtanLim2, 0.66},
   };
   for (const auto& c : constants) {
     EXPECT_EQ(c.constant.expWord & (FL48_SIGN_BIT | FL48_EXACT_BIT), 0) << c.name;

@@ -1,8 +1,8 @@
 // The special-value rules of every operation, as tables over all pairs of
-// operand kinds: the five codes, a corrupted code and a number.
+// operand kinds (the five codes, a corrupted code and a number), and records
+// of any bit pattern, which no operation may let it write outside of.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
 
 #include "FL48TestSupport.h"
@@ -19,7 +19,6 @@ const char* const kKindName[] = {"undefined", "NaN", "zero", "overflow", "lost",
 //  U N Z O L  the code replaces word 0, the mantissa stays
 //  K          a unchanged          B / -  a copy of b / with the sign inverted
 //  1          exactly one          .      no rule: the operation goes on
-using Row = std::array<char, kKinds>;
 
 // Operands carry a sign, the exact flag and mantissa bits, so that a rule that
 // keeps or drops any of them shows.
@@ -46,138 +45,66 @@ FL48 Expected(char outcome, const FL48& a, const FL48& b) {
   }
 }
 
-struct BinaryTable {
-  char op;
-  std::array<Row, kKinds> rows;  // rows: kind of a; columns: kind of b
+// One row per kind of a, one column per kind of b.
+const struct { char op; const char* rows[kKinds]; } kBinaryTables[] = {
+    {'*', {"UUUUUUU", "UNNNNNN", "UNKLLKK", "UNLKLKK", "UNLLLLL", "UNZOLUU", "UNZOLU."}},
+    {'+', {"UUUUUUU", "UNNNNNN", "UNBOLBB", "UNKKLKK", "UNLLLLL", "UNKOLUU", "UNKOLU."}},
+    {'-', {"UUUUUUU", "UNNNNNN", "UN-OL--", "UNKKLKK", "UNLLLLL", "UNKOLUU", "UNKOLU."}},
+    {'/', {"UUUUUUU", "UNNNNNN", "UNLZLKK", "UNKLLKK", "UNLLLLL", "UNOZLUU", "UNOZLU."}},
 };
 
-const BinaryTable kBinaryTables[] = {
-    {'*',
-     {{{'U', 'U', 'U', 'U', 'U', 'U', 'U'},
-       {'U', 'N', 'N', 'N', 'N', 'N', 'N'},
-       {'U', 'N', 'K', 'L', 'L', 'K', 'K'},
-       {'U', 'N', 'L', 'K', 'L', 'K', 'K'},
-       {'U', 'N', 'L', 'L', 'L', 'L', 'L'},
-       {'U', 'N', 'Z', 'O', 'L', 'U', 'U'},
-       {'U', 'N', 'Z', 'O', 'L', 'U', '.'}}}},
-    {'+',
-     {{{'U', 'U', 'U', 'U', 'U', 'U', 'U'},
-       {'U', 'N', 'N', 'N', 'N', 'N', 'N'},
-       {'U', 'N', 'B', 'O', 'L', 'B', 'B'},
-       {'U', 'N', 'K', 'K', 'L', 'K', 'K'},
-       {'U', 'N', 'L', 'L', 'L', 'L', 'L'},
-       {'U', 'N', 'K', 'O', 'L', 'U', 'U'},
-       {'U', 'N', 'K', 'O', 'L', 'U', '.'}}}},
-    {'-',
-     {{{'U', 'U', 'U', 'U', 'U', 'U', 'U'},
-       {'U', 'N', 'N', 'N', 'N', 'N', 'N'},
-       {'U', 'N', '-', 'O', 'L', '-', '-'},
-       {'U', 'N', 'K', 'K', 'L', 'K', 'K'},
-       {'U', 'N', 'L', 'L', 'L', 'L', 'L'},
-       {'U', 'N', 'K', 'O', 'L', 'U', 'U'},
-       {'U', 'N', 'K', 'O', 'L', 'U', '.'}}}},
-    {'/',
-     {{{'U', 'U', 'U', 'U', 'U', 'U', 'U'},
-       {'U', 'N', 'N', 'N', 'N', 'N', 'N'},
-       {'U', 'N', 'L', 'Z', 'L', 'K', 'K'},
-       {'U', 'N', 'K', 'L', 'L', 'K', 'K'},
-       {'U', 'N', 'L', 'L', 'L', 'L', 'L'},
-       {'U', 'N', 'O', 'Z', 'L', 'U', 'U'},
-       {'U', 'N', 'O', 'Z', 'L', 'U', '.'}}}},
-};
-
-std::string CaseName(char op, Kind a, Kind b) {
-  return std::string(kKindName[a]) + " " + op + " " + kKindName[b];
+std::string CaseName(char op, int a, int b, unsigned code) {
+  return std::string(kKindName[a]) + " " + op + " " + kKindName[b] + " (corrupted code " + std::to_string(code) + ")";
 }
 
-void CheckBinaryRule(char op, Kind ka, Kind kb, char outcome, unsigned corruptA, unsigned corruptB) {
-  const FL48 a = OperandA(ka, corruptA), b = OperandB(kb, corruptB);
+// The FL48 rule and its FL64 twin, whose third word follows the record it
+// came from.
+void CheckBinaryRule(char op, int ka, int kb, char outcome, unsigned code) {
+  const FL48 a = OperandA(Kind(ka), code), b = OperandB(Kind(kb), code), want = Expected(outcome, a, b);
   FL48 result = a;
-  int32_t handled = FL48_INT_HandleExpSpecialBinary(&result, &b, op);
-  FL48 expected = Expected(outcome, a, b);
-  std::string name = CaseName(op, ka, kb) + " (corrupted codes " + std::to_string(corruptA) + ", " +
-                     std::to_string(corruptB) + ")";
-  EXPECT_EQ(handled, outcome == '.' ? 0 : 1) << name;
-  EXPECT_TRUE(SameWords(result, expected)) << name << ": got " << Describe(result) << ", want "
-                                           << Describe(expected);
+  EXPECT_EQ(FL48_INT_HandleExpSpecialBinary(&result, &b, op), outcome == '.' ? 0 : 1) << CaseName(op, ka, kb, code);
+  EXPECT_TRUE(SameWords(result, want))
+      << CaseName(op, ka, kb, code) << ": got " << Describe(result) << ", want " << Describe(want);
+  FL64 wide = {a.expWord, {a.mant[0], a.mant[1], 0x1357}};
+  const FL64 wideB = {b.expWord, {b.mant[0], b.mant[1], 0x2468}};
+  const uint16_t third = outcome == 'B' || outcome == '-' ? 0x2468 : 0x1357;
+  const FL64 wideWant = {want.expWord, {want.mant[0], want.mant[1], third}};
+  EXPECT_EQ(FL64_INT_HandleExpSpecialBinary(&wide, &wideB, op), outcome == '.' ? 0 : 1) << CaseName(op, ka, kb, code);
+  EXPECT_TRUE(SameWords(wide, wideWant)) << CaseName(op, ka, kb, code) << " (wide): got " << Describe(wide);
 }
 
+// Every corrupted code (5..255) behaves like 5.
 TEST(FL48SpecialRules, BinaryRulesDecideEveryPairOfKindsInTheirOrder) {
-  for (const BinaryTable& table : kBinaryTables) {
-    for (int ka = 0; ka < kKinds; ++ka) {
-      for (int kb = 0; kb < kKinds; ++kb) {
-        CheckBinaryRule(table.op, Kind(ka), Kind(kb), table.rows[ka][kb], 5, 5);
-      }
-    }
-  }
-}
-
-TEST(FL48SpecialRules, EveryCorruptedCodeBehavesLikeFive) {
-  for (const BinaryTable& table : kBinaryTables) {
+  for (const auto& table : kBinaryTables) {
     for (unsigned code = 5; code <= 255; ++code) {
-      for (int other = 0; other < kKinds; ++other) {
-        CheckBinaryRule(table.op, kCorrupt, Kind(other), table.rows[kCorrupt][other], code, code);
-        CheckBinaryRule(table.op, Kind(other), kCorrupt, table.rows[other][kCorrupt], code, code);
-      }
-    }
-  }
-}
-
-TEST(FL48SpecialRules, Fl64TwinFollowsTheSameTable) {
-  for (const BinaryTable& table : kBinaryTables) {
-    for (int ka = 0; ka < kKinds; ++ka) {
-      for (int kb = 0; kb < kKinds; ++kb) {
-        const FL48 a48 = OperandA(Kind(ka)), b48 = OperandB(Kind(kb));
-        FL48 want48 = Expected(table.rows[ka][kb], a48, b48);
-        FL64 a = {a48.expWord, {a48.mant[0], a48.mant[1], 0x1357}};
-        FL64 b = {b48.expWord, {b48.mant[0], b48.mant[1], 0x2468}};
-        FL64 want = {want48.expWord, {want48.mant[0], want48.mant[1], 0}};
-        want.mant[2] = (table.rows[ka][kb] == 'B' || table.rows[ka][kb] == '-') ? b.mant[2] : a.mant[2];
-        if (table.rows[ka][kb] == '1') continue;  // no unary rules in the FL64 twin
-        FL64 result = a;
-        int32_t handled = FL64_INT_HandleExpSpecialBinary(&result, &b, table.op);
-        EXPECT_EQ(handled, table.rows[ka][kb] == '.' ? 0 : 1) << CaseName(table.op, Kind(ka), Kind(kb));
-        EXPECT_TRUE(SameWords(result, want)) << CaseName(table.op, Kind(ka), Kind(kb)) << ": got "
-                                             << Describe(result) << ", want " << Describe(want);
+      for (int ka = 0; ka < kKinds; ++ka) {
+        for (int kb = 0; kb < kKinds; ++kb) {
+          if (code > 5 && ka != kCorrupt && kb != kCorrupt) continue;
+          CheckBinaryRule(table.op, ka, kb, table.rows[ka][kb], code);
+        }
       }
     }
   }
 }
 
 // Columns: the kinds, then a negative number.
-constexpr int kUnaryColumns = kKinds + 1;
-struct UnaryTable {
-  char op;
-  std::array<char, kUnaryColumns> outcomes;
-};
-
-const UnaryTable kUnaryTables[] = {
-    {'r', {'K', 'K', 'K', 'L', 'K', 'U', '.', 'N'}},
-    {'+', {'K', 'K', 'L', 'K', 'K', 'U', '.', '.'}},
-    {'-', {'K', 'K', 'K', 'L', 'K', 'U', '.', '.'}},
-    {'l', {'K', 'K', 'O', 'L', 'K', 'U', '.', 'N'}},
-    {'e', {'K', 'K', '1', 'K', 'K', 'U', '.', '.'}},
-    {'s', {'K', 'K', 'K', 'L', 'K', 'U', '.', '.'}},
-    {'c', {'K', 'K', '1', 'L', 'K', 'U', '.', '.'}},
-    {'S', {'K', 'K', 'K', 'N', 'K', 'U', '.', '.'}},
-    {'T', {'K', 'K', 'K', 'L', 'K', 'U', '.', '.'}},
-    {'x', {'K', 'K', 'U', 'U', 'K', 'U', '.', '.'}},  // a letter no function passes
+const struct { char op; const char* outcomes; } kUnaryTables[] = {
+    {'r', "KKKLKU.N"}, {'+', "KKLKKU.."}, {'-', "KKKLKU.."}, {'l', "KKOLKU.N"}, {'e', "KK1KKU.."},
+    {'s', "KKKLKU.."}, {'c', "KK1LKU.."}, {'S', "KKKNKU.."}, {'T', "KKKLKU.."},
+    {'x', "KKUUKU.."},  // a letter no function passes
 };
 
 TEST(FL48SpecialRules, UnaryRulesDecideEveryKindForEveryOpLetter) {
-  for (const UnaryTable& table : kUnaryTables) {
-    for (int column = 0; column < kUnaryColumns; ++column) {
+  for (const auto& table : kUnaryTables) {
+    for (int column = 0; column <= kKinds; ++column) {
       for (unsigned code : {5u, 77u, 255u}) {
         FL48 a = OperandA(column == kKinds ? kNumber : Kind(column), code);
         if (column == kNumber) a.expWord &= uint16_t(~FL48_SIGN_BIT);
-        const FL48 original = a;
-        int32_t handled = FL48_INT_HandleExpSpecialUnary(&a, table.op);
-        char outcome = table.outcomes[column];
-        FL48 expected = Expected(outcome, original, original);
-        std::string name = std::string("op ") + table.op + " on " +
-                           (column == kKinds ? "negative number" : kKindName[column]) + " code " +
-                           std::to_string(code);
-        EXPECT_EQ(handled, outcome == '.' ? 0 : 1) << name;
+        const FL48 expected = Expected(table.outcomes[column], a, a);
+        const std::string name = std::string("op ") + table.op + " on " +
+                                 (column == kKinds ? "negative number" : kKindName[column]) + " code " +
+                                 std::to_string(code);
+        EXPECT_EQ(FL48_INT_HandleExpSpecialUnary(&a, table.op), table.outcomes[column] == '.' ? 0 : 1) << name;
         EXPECT_TRUE(SameWords(a, expected)) << name << ": got " << Describe(a) << ", want " << Describe(expected);
       }
     }
@@ -220,15 +147,77 @@ TEST(FL48SpecialRules, ZeroPlusOrMinusANumberIsThatNumberOrItsNegation) {
   FL48_Add(&sum, &b);
   FL48_Sub(&difference, &b);
   EXPECT_TRUE(SameWords(sum, b)) << Describe(sum);
-  EXPECT_TRUE(SameWords(difference, Make(FL48_SIGN_BIT | FL48_EXACT_BIT | 0x2005, 0xC1234567)))
-      << Describe(difference);
-}
-
-TEST(FL48SpecialRules, AddExpByZeroLeavesEvenSpecialsAlone) {
-  for (uint16_t head : {uint16_t(0), uint16_t(2), uint16_t(3), uint16_t(77), uint16_t(0x2001)}) {
+  EXPECT_TRUE(SameWords(difference, Make(FL48_SIGN_BIT | b.expWord, Mant(b)))) << Describe(difference);
+  for (uint16_t head : {0, 2, 3, 77, 0x2001}) {  // scaling by 0 leaves even specials alone
     FL48 x = Make(head, 0x12345678);
     FL48_AddExp(&x, 0);
     EXPECT_TRUE(SameWords(x, Make(head, 0x12345678))) << head;
+  }
+}
+
+// ---- Any bit pattern ----
+
+constexpr uint16_t kGuard = 0xA55A;
+
+// A record between guard words.
+template <class R>
+struct Guarded {
+  uint16_t before[3] = {kGuard, kGuard, kGuard};
+  R value;
+  uint16_t after[3] = {kGuard, kGuard, kGuard};
+  bool Intact() const {
+    for (int i = 0; i < 3; ++i) {
+      if (before[i] != kGuard || after[i] != kGuard) return false;
+    }
+    return true;
+  }
+};
+
+const struct {
+  const char* name;
+  std::function<void(FL48*, const FL48*)> run;
+} kOperations[] = {
+    {"Add", FL48_Add},
+    {"Sub", FL48_Sub},
+    {"Mul", FL48_Mul},
+    {"Div", FL48_Div},
+    {"Normalize", [](FL48* a, const FL48* b) { FL48_Normalize(a, b); }},
+    {"Sqrt", [](FL48* a, const FL48*) { FL48_Sqrt(a); }},
+    {"AddExp", [](FL48* a, const FL48* b) { FL48_AddExp(a, int16_t(b->mant[1])); }},
+    {"Compare", [](FL48* a, const FL48* b) {
+       for (auto compare : {FL48_IsLess, FL48_IsLessEqual, FL48_IsGreater, FL48_IsGreaterEqual, FL48_IsEqual,
+                            FL48_IsNotEqual}) {
+         const int32_t answer = compare(a, b);
+         EXPECT_TRUE(answer == 0 || answer == 1);
+       }
+     }},
+    {"ConvToShort", [](FL48* a, const FL48* b) { (void)FL48_ConvToShort(a, b->mant[0] & 3); }},
+    {"SplitIntFrac", [](FL48* a, const FL48*) { FL48_Internal_SplitIntFrac(a); }},
+    {"SplitExpMant", [](FL48* a, const FL48*) { FL48_Internal_SplitExpMant(a); }},
+    {"UnaryRules", [](FL48* a, const FL48* b) { FL48_INT_HandleExpSpecialUnary(a, b->mant[1] & 0x7F); }},
+};
+
+TEST(FL48Robustness, AnyBitPatternInAnyOperationStaysInsideItsRecord) {
+  RandomNumbers random(9);
+  for (unsigned field = 0; field <= FL48_EXP_MASK; ++field) {
+    for (const auto& op : kOperations) {
+      Guarded<FL48> a, b;
+      a.value = Make(uint16_t(field | (random.Word16() & 0xC000)), random.Word32());
+      b.value = Make(random.Word16(), random.Word32());
+      if (random.Coin()) b.value.expWord = uint16_t((b.value.expWord & 0xC000) | random.Between(0, 300));
+      op.run(&a.value, &b.value);
+      op.run(&b.value, &a.value);
+      ASSERT_TRUE(a.Intact() && b.Intact()) << op.name << " on field " << field;
+    }
+    Guarded<FL64> wa, wb;
+    Guarded<FL48> narrow;
+    wa.value = FL64{uint16_t(field | (random.Word16() & 0xC000)), {random.Word16(), random.Word16(), random.Word16()}};
+    wb.value = FL64{random.Word16(), {random.Word16(), random.Word16(), random.Word16()}};
+    FL64_Add(&wa.value, &wb.value);
+    FL64_Mul(&wb.value, &wa.value);
+    FL48_ConvFromExtended(&narrow.value, &wa.value);
+    FL48_ConvToExtended(&wb.value, &narrow.value);
+    ASSERT_TRUE(wa.Intact() && wb.Intact() && narrow.Intact()) << "wide format on field " << field;
   }
 }
 
