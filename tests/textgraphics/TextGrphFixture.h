@@ -22,17 +22,8 @@ class TextGraphics : public ::testing::Test {
     TextGrph_Intl(area);
     buffer = KavriDisplayBufferOf(area);
   }
-
   bool TakeFrame() { return MotorIOLibSim_TakeDisplayFrame(frame) == 1; }
-
   bool Pixel(int x, int y) const { return DisplayPixel(buffer, x, y); }
-
-  int CountSet() const {
-    int count = 0;
-    for (int y = 0; y < KAVRI_DISPLAY_HEIGHT; ++y)
-      for (int x = 0; x < KAVRI_DISPLAY_WIDTH; ++x) count += Pixel(x, y);
-    return count;
-  }
 
   // The pixels of a region, one text line per row: '#' set, '.' clear.
   std::string Region(int x0, int y0, int w, int h) const {
@@ -43,22 +34,14 @@ class TextGraphics : public ::testing::Test {
     }
     return picture;
   }
-
   int CountSetIn(int x0, int y0, int w, int h) const {
     int count = 0;
     for (char c : Region(x0, y0, w, h)) count += c == '#';
     return count;
   }
-
+  int CountSet() const { return CountSetIn(0, 0, KAVRI_DISPLAY_WIDTH, KAVRI_DISPLAY_HEIGHT); }
   void Fill(uint8_t value) { memset(buffer, value, KAVRI_DISPLAY_BUFFER_SIZE); }
-
-  // Bytes of a row from byte column `col` on.
-  uint8_t Cell(int col, int row) const { return buffer[row * 16 + col]; }
-
-  static void PlaceCursor(int32_t x, int32_t y) {
-    TextGrph.CursorX = x;
-    TextGrph.CursorY = y;
-  }
+  static void PlaceCursor(int32_t x, int32_t y) { TextGrph.CursorX = x, TextGrph.CursorY = y; }
 
   shm_if_s* area = nullptr;
   uint8_t* buffer = nullptr;

@@ -8,246 +8,121 @@ namespace {
 
 using Shapes = TextGraphics;
 
-TEST_F(Shapes, LinesDrawOnlyWhenWhollyInside) {
-  struct Case {
-    const char* what;
-    void (*draw)(int32_t, int32_t, int32_t);
-    int x, y, n;
-    int expectedPixels;
-  } cases[] = {
-      {"full row", TextGrph_DrawHLine, 0, 0, 128, 128},
-      {"row one past the right", TextGrph_DrawHLine, 1, 0, 128, 0},
-      {"row left of the buffer", TextGrph_DrawHLine, -1, 0, 5, 0},
-      {"last row", TextGrph_DrawHLine, 0, 63, 5, 5},
-      {"row below the buffer", TextGrph_DrawHLine, 0, 64, 5, 0},
-      {"row above the buffer", TextGrph_DrawHLine, 0, -1, 5, 0},
-      {"empty row", TextGrph_DrawHLine, 3, 3, 0, 0},
-      {"negative row", TextGrph_DrawHLine, 10, 3, -4, 0},
-      {"full column", TextGrph_DrawVLine, 127, 0, 64, 64},
-      {"column one past the bottom", TextGrph_DrawVLine, 0, 1, 64, 0},
-      {"column right of the buffer", TextGrph_DrawVLine, 128, 0, 5, 0},
-      {"column left of the buffer", TextGrph_DrawVLine, -1, 0, 5, 0},
-      {"column above the buffer", TextGrph_DrawVLine, 0, -1, 5, 0},
-      {"empty column", TextGrph_DrawVLine, 3, 3, 0, 0},
-      {"negative column", TextGrph_DrawVLine, 3, 10, -4, 0},
-      {"dotted row one past the right", TextGrph_DrawHLineDotted, 1, 0, 128, 0},
-      {"dotted full row", TextGrph_DrawHLineDotted, 0, 5, 128, 64},
-      {"dotted column one past the bottom", TextGrph_DrawVLineDotted, 0, 1, 64, 0},
-      {"dotted full column", TextGrph_DrawVLineDotted, 0, 0, 64, 32},
+TEST_F(Shapes, StraightLinesDrawOnlyWhenWhollyInside) {
+  using Line = void (*)(int32_t, int32_t, int32_t);
+  const Line h = TextGrph_DrawHLine, v = TextGrph_DrawVLine;
+  const Line hd = TextGrph_DrawHLineDotted, vd = TextGrph_DrawVLineDotted;
+  const struct { Line draw; int x, y, n, pixels; } cases[] = {
+      {h, 0, 0, 128, 128}, {h, 1, 0, 128, 0},   {h, -1, 0, 5, 0},  {h, 0, 63, 5, 5},  {h, 0, 64, 5, 0},
+      {h, 0, -1, 5, 0},    {h, 3, 3, 0, 0},     {h, 10, 3, -4, 0}, {v, 127, 0, 64, 64}, {v, 0, 1, 64, 0},
+      {v, 128, 0, 5, 0},   {v, -1, 0, 5, 0},    {v, 0, -1, 5, 0},  {v, 3, 3, 0, 0},   {v, 3, 10, -4, 0},
+      {hd, 1, 0, 128, 0},  {hd, 0, 5, 128, 64}, {vd, 0, 1, 64, 0}, {vd, 0, 0, 64, 32},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Fill(0);
     c.draw(c.x, c.y, c.n);
-    EXPECT_EQ(CountSet(), c.expectedPixels) << c.what;
+    EXPECT_EQ(CountSet(), c.pixels) << "line " << (&c - cases) << " at " << c.x << "," << c.y << " of " << c.n;
   }
-}
-
-TEST_F(Shapes, LinesSetExactlyTheirPixels) {
+  // Solid lines set their pixels; dotted ones write both phases over a set background.
+  Fill(0);
   TextGrph_DrawHLine(3, 1, 14);
   TextGrph_DrawVLine(1, 0, 3);
   TextGrph_DrawHLine(9, 3, 2);
   EXPECT_EQ(Region(0, 0, 20, 4),
-            ".#..................\n"
-            ".#.##############...\n"
-            ".#..................\n"
-            ".........##.........\n");
+            ".#..................\n.#.##############...\n.#..................\n.........##.........\n");
   EXPECT_EQ(CountSet(), 19);
-}
-
-TEST_F(Shapes, DottedLinesWriteBothPhases) {
   Fill(0xFF);
   TextGrph_DrawHLineDotted(3, 0, 9);
   TextGrph_DrawHLineDotted(4, 1, 9);
   TextGrph_DrawVLineDotted(1, 2, 4);
   EXPECT_EQ(Region(0, 0, 14, 6),
-            "####.#.#.#.###\n"
-            "#####.#.#.#.##\n"
-            "##############\n"
-            "#.############\n"
-            "##############\n"
-            "#.############\n");
+            "####.#.#.#.###\n#####.#.#.#.##\n##############\n#.############\n##############\n#.############\n");
 }
 
+// Each shape from a cursor at (10 + 8 i, 20), side by side; the picture
+// starts one pixel above and left of the first.
 TEST_F(Shapes, RectanglesAndWedgesAtTheCursor) {
-  struct Case {
-    const char* what;
-    void (*draw)(int32_t, int32_t);
-    int w, h;
-    const char* picture;  // 8 x 6 from one pixel above and left of the cursor
-  } cases[] = {
-      {"rectangle", TextGrph_DrawRectangle, 5, 3,
-       "........\n"
-       ".######.\n"
-       ".#....#.\n"
-       ".#....#.\n"
-       ".######.\n"
-       "........\n"},
-      {"single pixel rectangle", TextGrph_DrawRectangle, 0, 0,
-       "........\n"
-       ".#......\n"
-       "........\n"
-       "........\n"
-       "........\n"
-       "........\n"},
-      {"rounded rectangle", TextGrph_DrawRectangleRounded, 5, 3,
-       "........\n"
-       "..####..\n"
-       ".#....#.\n"
-       ".#....#.\n"
-       "..####..\n"
-       "........\n"},
-      {"dotted rectangle, even sides", TextGrph_DrawRectangleDotted, 4, 4,
-       "........\n"
-       ".#.#.#..\n"
-       "........\n"
-       ".#...#..\n"
-       "........\n"
-       ".#.#.#..\n"},
-      {"dotted rectangle, odd sides", TextGrph_DrawRectangleDotted, 5, 3,
-       "........\n"
-       ".#.#.#..\n"
-       "......#.\n"
-       ".#......\n"
-       "..#.#.#.\n"
-       "........\n"},
-      {"dotted rectangle, odd width", TextGrph_DrawRectangleDotted, 3, 4,
-       "........\n"
-       ".#.#....\n"
-       "....#...\n"
-       ".#......\n"
-       "....#...\n"
-       ".#.#....\n"},
-      {"dotted rectangle, odd height", TextGrph_DrawRectangleDotted, 4, 3,
-       "........\n"
-       ".#.#.#..\n"
-       "........\n"
-       ".#...#..\n"
-       "..#.#...\n"
-       "........\n"},
-      {"upper right wedge", TextGrph_DrawWedgeUpperRight, 5, 3,
-       "........\n"
-       "..####..\n"
-       "......#.\n"
-       "......#.\n"
-       "........\n"
-       "........\n"},
-      {"lower left wedge", TextGrph_DrawWedgeLowerLeft, 5, 3,
-       "........\n"
-       "........\n"
-       ".#......\n"
-       ".#......\n"
-       "..####..\n"
-       "........\n"},
-      {"dotted upper right wedge", TextGrph_DrawWedgeUpperRightDotted, 5, 4,
-       "........\n"
-       ".#.#.#..\n"
-       "......#.\n"
-       "........\n"
-       "......#.\n"
-       "........\n"},
-      {"dotted lower left wedge", TextGrph_DrawWedgeLowerLeftDotted, 5, 4,
-       "........\n"
-       "........\n"
-       ".#......\n"
-       "........\n"
-       ".#......\n"
-       ".#.#.#..\n"},
+  const struct { void (*draw)(int32_t, int32_t); int w, h; } shapes[] = {
+      {TextGrph_DrawRectangle, 5, 3},         {TextGrph_DrawRectangle, 0, 0},
+      {TextGrph_DrawRectangleRounded, 5, 3},  {TextGrph_DrawRectangleDotted, 4, 4},
+      {TextGrph_DrawRectangleDotted, 5, 3},   {TextGrph_DrawRectangleDotted, 3, 4},
+      {TextGrph_DrawRectangleDotted, 4, 3},   {TextGrph_DrawWedgeUpperRight, 5, 3},
+      {TextGrph_DrawWedgeLowerLeft, 5, 3},    {TextGrph_DrawWedgeUpperRightDotted, 5, 4},
+      {TextGrph_DrawWedgeLowerLeftDotted, 5, 4},
   };
-  for (const Case& c : cases) {
-    Fill(0);
-    PlaceCursor(10, 20);
-    c.draw(c.w, c.h);
-    EXPECT_EQ(Region(9, 19, 8, 6), c.picture) << c.what;
-    EXPECT_EQ(CountSet(), CountSetIn(9, 19, 8, 6)) << c.what;
-    EXPECT_EQ(TextGrph.CursorX, 10) << c.what;
+  for (int i = 0; i < 11; ++i) {
+    PlaceCursor(10 + 8 * i, 20);
+    shapes[i].draw(shapes[i].w, shapes[i].h);
+    EXPECT_EQ(TextGrph.CursorX, 10 + 8 * i) << "shape " << i << " moved the cursor";
   }
+  EXPECT_EQ(Region(9, 19, 88, 6),
+            "........................................................................................\n"
+            ".######..#........####...#.#.#...#.#.#...#.#.....#.#.#....####...........#.#.#..........\n"
+            ".#....#..........#....#...............#.....#.................#..#............#..#......\n"
+            ".#....#..........#....#..#...#...#.......#.......#...#........#..#......................\n"
+            ".######...........####............#.#.#.....#.....#.#.............####........#..#......\n"
+            ".........................#.#.#...........#.#.....................................#.#.#..\n");
+  EXPECT_EQ(CountSet(), CountSetIn(9, 19, 88, 6));
 }
 
+// Columns x .. x + w of h + 1 rows, one row fewer within one byte.
 TEST_F(Shapes, FilledRectanglesFillOneRowFewerWithinOneByte) {
-  struct Case {
-    const char* what;
-    int x, y, w, h;
-    int rows;  // 0: nothing drawn
-  } cases[] = {
-      {"across bytes", 4, 1, 9, 2, 3},
-      {"within one byte", 9, 1, 3, 2, 2},
-      {"within one byte, one column", 16, 5, 1, 4, 4},
-      {"to the last column and row", 100, 50, 27, 13, 14},
-      {"past the last column", 100, 50, 28, 5, 0},
-      {"past the last row", 100, 50, 5, 14, 0},
-      {"zero width", 10, 10, 0, 5, 0},
-      {"zero height", 10, 10, 5, 0, 0},
-      {"negative width", 10, 10, -3, 5, 0},
-      {"cursor left of the buffer", -1, 10, 5, 5, 0},
-      {"cursor below the buffer", 10, 64, 5, 5, 0},
+  const struct { int x, y, w, h, rows; } cases[] = {  // rows 0: nothing drawn
+      {4, 1, 9, 2, 3},      {9, 1, 3, 2, 2},      {16, 5, 1, 4, 4},    {100, 50, 27, 13, 14}, {100, 50, 28, 5, 0},
+      {100, 50, 5, 14, 0},  {10, 10, 0, 5, 0},    {10, 10, 5, 0, 0},   {10, 10, -3, 5, 0},    {-1, 10, 5, 5, 0},
+      {10, 64, 5, 5, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
+    const int filled = c.rows * (c.w + 1);
+    SCOPED_TRACE(::testing::Message() << c.w << " x " << c.h << " at " << c.x << "," << c.y);
     Fill(0);
     PlaceCursor(c.x, c.y);
     TextGrph_DrawRectangleBlack(c.w, c.h);
-    const int filled = c.rows > 0 ? c.rows * (c.w + 1) : 0;
-    EXPECT_EQ(CountSet(), filled) << c.what;
+    EXPECT_EQ(CountSet(), filled);
     if (c.rows > 0) {
-      EXPECT_EQ(CountSetIn(c.x, c.y, c.w + 1, c.rows), filled) << c.what;
+      EXPECT_EQ(CountSetIn(c.x, c.y, c.w + 1, c.rows), filled);
     }
     Fill(0xFF);
     TextGrph_DrawRectangleWhite(c.w, c.h);
-    EXPECT_EQ(128 * 64 - CountSet(), filled) << c.what << " (white)";
+    EXPECT_EQ(128 * 64 - CountSet(), filled) << "white";
   }
 }
 
 // Bresenham: one pixel per step of the longer axis, both ends included, each
-// within half a pixel of the true line.
+// within half a pixel of the true line; the part inside the buffer is drawn
+// however far off the end lies.
 TEST_F(Shapes, LinesRunFromTheCursorToTheEndPoint) {
-  struct Case {
-    int x0, y0, x1, y1;
-  } cases[] = {
-      {0, 0, 127, 63}, {127, 0, 0, 63}, {10, 10, 10, 40}, {5, 5, 105, 5}, {20, 20, 30, 30},
-      {50, 10, 40, 60}, {90, 50, 3, 47}, {64, 32, 64, 32}, {0, 63, 63, 0},
+  const struct { int x0, y0, x1, y1; } cases[] = {
+      {0, 0, 127, 63},  {127, 0, 0, 63},  {10, 10, 10, 40}, {5, 5, 105, 5}, {20, 20, 30, 30},
+      {50, 10, 40, 60}, {90, 50, 3, 47},  {64, 32, 64, 32}, {0, 63, 63, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Fill(0);
     PlaceCursor(c.x0, c.y0);
     TextGrph_DrawLine(c.x1, c.y1);
     const int dx = std::abs(c.x1 - c.x0), dy = std::abs(c.y1 - c.y0);
-    const bool alongX = dx > dy;
     SCOPED_TRACE(::testing::Message() << "(" << c.x0 << "," << c.y0 << ") to (" << c.x1 << "," << c.y1 << ")");
-    EXPECT_TRUE(Pixel(c.x0, c.y0));
-    EXPECT_TRUE(Pixel(c.x1, c.y1));
+    EXPECT_TRUE(Pixel(c.x0, c.y0) && Pixel(c.x1, c.y1));
     EXPECT_EQ(CountSet(), std::max(dx, dy) + 1);
     EXPECT_EQ(TextGrph.CursorX, c.x0);
     for (int y = 0; y < 64; ++y)
       for (int x = 0; x < 128; ++x) {
         if (!Pixel(x, y)) continue;
-        const double t = alongX ? double(x - c.x0) / (c.x1 - c.x0) : dy ? double(y - c.y0) / (c.y1 - c.y0) : 0;
-        const double off = alongX ? y - (c.y0 + t * (c.y1 - c.y0)) : x - (c.x0 + t * (c.x1 - c.x0));
+        const double t = dx > dy ? double(x - c.x0) / (c.x1 - c.x0) : dy ? double(y - c.y0) / (c.y1 - c.y0) : 0;
+        const double off = dx > dy ? y - (c.y0 + t * (c.y1 - c.y0)) : x - (c.x0 + t * (c.x1 - c.x0));
         EXPECT_LE(std::fabs(off), 0.5) << "pixel " << x << "," << y;
       }
   }
-}
-
-// The part inside the buffer is drawn, one pixel per step, however far off
-// the end lies.
-TEST_F(Shapes, LinePointsOffTheBufferAreSkipped) {
-  struct Case {
-    const char* what;
-    int x0, y0, x1, y1;
-    int lastX, lastY;  // the last pixel inside the buffer
-    int pixels;
-  } cases[] = {
-      {"off the corner", 120, 60, 140, 70, 127, 63, 8},
-      {"end far to the right", 0, 10, INT32_MAX, 12, 127, 10, 128},
-      {"end far to the left", 5, 10, INT32_MIN, 10, 0, 10, 6},
-      {"end far below", 3, 0, 3, INT32_MAX, 3, 63, 64},
-      {"end far above", 3, 7, 4, INT32_MIN, 3, 0, 8},
+  const struct { int x0, y0, x1, y1, lastX, lastY, pixels; } offBuffer[] = {  // last: the last pixel inside
+      {120, 60, 140, 70, 127, 63, 8}, {0, 10, INT32_MAX, 12, 127, 10, 128}, {5, 10, INT32_MIN, 10, 0, 10, 6},
+      {3, 0, 3, INT32_MAX, 3, 63, 64}, {3, 7, 4, INT32_MIN, 3, 0, 8},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : offBuffer) {
     Fill(0);
     PlaceCursor(c.x0, c.y0);
     TextGrph_DrawLine(c.x1, c.y1);
-    EXPECT_EQ(CountSet(), c.pixels) << c.what;
-    EXPECT_TRUE(Pixel(c.x0, c.y0)) << c.what;
-    EXPECT_TRUE(Pixel(c.lastX, c.lastY)) << c.what;
+    EXPECT_EQ(CountSet(), c.pixels) << "to " << c.x1 << "," << c.y1;
+    EXPECT_TRUE(Pixel(c.x0, c.y0) && Pixel(c.lastX, c.lastY)) << "to " << c.x1 << "," << c.y1;
   }
 }
 
@@ -257,20 +132,12 @@ TEST_F(Shapes, LinePointsOffTheBufferAreSkipped) {
 // build checks that none overflows on the way.
 TEST_F(Shapes, FarArgumentsDrawAsArgumentsJustPastTheBuffer) {
   using Draw = void (*)(int32_t x, int32_t y, int32_t w, int32_t h);
-  struct Shape {
-    const char* name;
-    Draw draw;
-  };
-  static const Shape shapes[] = {
+  static const struct { const char* name; Draw draw; } shapes[] = {
 #define KAVRI_AT_CURSOR(f) {#f, [](int32_t x, int32_t y, int32_t w, int32_t h) { PlaceCursor(x, y), f(w, h); }}
-      KAVRI_AT_CURSOR(TextGrph_DrawRectangle),
-      KAVRI_AT_CURSOR(TextGrph_DrawRectangleRounded),
-      KAVRI_AT_CURSOR(TextGrph_DrawRectangleDotted),
-      KAVRI_AT_CURSOR(TextGrph_DrawRectangleBlack),
-      KAVRI_AT_CURSOR(TextGrph_DrawRectangleWhite),
-      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRight),
-      KAVRI_AT_CURSOR(TextGrph_DrawWedgeLowerLeft),
-      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRightDotted),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangle),           KAVRI_AT_CURSOR(TextGrph_DrawRectangleRounded),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleDotted),     KAVRI_AT_CURSOR(TextGrph_DrawRectangleBlack),
+      KAVRI_AT_CURSOR(TextGrph_DrawRectangleWhite),      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRight),
+      KAVRI_AT_CURSOR(TextGrph_DrawWedgeLowerLeft),      KAVRI_AT_CURSOR(TextGrph_DrawWedgeUpperRightDotted),
       KAVRI_AT_CURSOR(TextGrph_DrawWedgeLowerLeftDotted),
 #undef KAVRI_AT_CURSOR
       {"TextGrph_DrawHLine", [](int32_t x, int32_t y, int32_t w, int32_t) { TextGrph_DrawHLine(x, y, w); }},
@@ -280,22 +147,18 @@ TEST_F(Shapes, FarArgumentsDrawAsArgumentsJustPastTheBuffer) {
       {"TextGrph_DrawSliderFocusVert",
        [](int32_t x, int32_t y, int32_t w, int32_t h) { TextGrph_DrawSliderFocusVert(x, y, w, h, 0, 0, 1, 1, 0, 1); }},
   };
-  struct Far {
-    int32_t value, nearby;
-  };
-  static const Far fars[] = {{INT32_MAX, 1001}, {INT32_MAX - 1, 1000}, {INT32_MIN, -1000}, {INT32_MIN + 1, -1001}};
-  static const int32_t inside[] = {-1, 0, 5, 127};
+  static const struct { int32_t value, nearby; } fars[] = {
+      {INT32_MAX, 1001}, {INT32_MAX - 1, 1000}, {INT32_MIN, -1000}, {INT32_MIN + 1, -1001}};
   auto drawn = [this](Draw draw, const int32_t (&v)[4]) {
     Fill(0);
     draw(v[0], v[1], v[2], v[3]);
     return Region(0, 0, KAVRI_DISPLAY_WIDTH, KAVRI_DISPLAY_HEIGHT);
   };
-  for (const Shape& shape : shapes) {
+  for (const auto& shape : shapes) {
     for (int farArgument = 0; farArgument < 4; ++farArgument) {
-      for (const Far& far : fars) {
-        for (int32_t other : inside) {
-          int32_t extreme[4] = {other, other / 2, other, other / 2};
-          int32_t nearby[4] = {other, other / 2, other, other / 2};
+      for (const auto& far : fars) {
+        for (int32_t other : {-1, 0, 5, 127}) {
+          int32_t extreme[4] = {other, other / 2, other, other / 2}, nearby[4] = {other, other / 2, other, other / 2};
           extreme[farArgument] = far.value;
           nearby[farArgument] = far.nearby;
           EXPECT_EQ(drawn(shape.draw, extreme), drawn(shape.draw, nearby))

@@ -51,19 +51,13 @@ class VariableFont : public TextGraphics {
 };
 
 TEST_F(VariableFont, GlyphsAreCopiedPixelExactAndClippedAtEachEdge) {
-  struct Case {
-    const char* where;
-    uint8_t c;
-    int x, y;
-  } cases[] = {
-      {"inside", 'A', 5, 3},          {"inside, unaligned", 'W', 61, 30},
-      {"across the left edge", 'A', -4, 10},  {"across the right edge", 'W', 110, 10},
-      {"at the right edge", 'A', 117, 0},     {"across the top edge", 'W', 20, -3},
-      {"across the bottom edge", 'A', 40, 61}, {"across two edges", 'W', -9, 60},
-      {"left of the buffer", 'A', -11, 5},    {"right of the buffer", 'A', 128, 5},
-      {"above the buffer", 'W', 10, -6},      {"below the buffer", 'W', 10, 64},
+  const struct { const char* where; uint8_t c; int x, y; } cases[] = {
+      {"inside", 'A', 5, 3},                {"inside, unaligned", 'W', 61, 30},  {"over the left edge", 'A', -4, 10},
+      {"over the right edge", 'W', 110, 10}, {"at the right edge", 'A', 117, 0},  {"over the top edge", 'W', 20, -3},
+      {"over the bottom edge", 'A', 40, 61}, {"over two edges", 'W', -9, 60},     {"left of the buffer", 'A', -11, 5},
+      {"right of the buffer", 'A', 128, 5},  {"above the buffer", 'W', 10, -6},   {"below the buffer", 'W', 10, 64},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Fill(0);
     TextGrph_PutCharVrbl(&font, c.x, c.y, c.c);
     std::set<std::pair<int, int>> lit;
@@ -71,10 +65,7 @@ TEST_F(VariableFont, GlyphsAreCopiedPixelExactAndClippedAtEachEdge) {
     EXPECT_EQ(CountSet(), expected) << c.where;
     for (auto [px, py] : lit) EXPECT_TRUE(Pixel(px, py)) << c.where << " pixel " << px << "," << py;
   }
-}
-
-TEST_F(VariableFont, GlyphsAreOredIntoTheBuffer) {
-  Fill(0xFF);
+  Fill(0xFF);  // glyphs are ORed in: set pixels stay set
   TextGrph_PutCharVrbl(&font, 9, 9, 'W');
   EXPECT_EQ(CountSet(), 128 * 64);
 }
