@@ -34,6 +34,11 @@ struct ProgramVars {
   uint8_t flag = 0;
   int16_t Value() const { return std::atomic_ref<const int16_t>(value).load(); }
   bool Reported() const { return std::atomic_ref<const uint8_t>(flag).load() != 0; }
+  // Reported `v` since the last Clear.
+  testing::AssertionResult Reports(int16_t v) const {
+    if (Reported() && Value() == v) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "reported " << Reported() << ", value " << Value() << ", expected " << v;
+  }
   void Clear() {
     std::atomic_ref<int16_t>(changed).store(0);
     std::atomic_ref<uint8_t>(flag).store(0);
@@ -132,16 +137,11 @@ class DisplayTest : public testing::Test {
   }
 
   void SetPage(int16_t value) { std::atomic_ref<int16_t>(page).store(value); }
-
   static void Touch(void (*action)(int, int), int x, int y) {
     action(x, y);
     ASSERT_TRUE(SDLWidgetsSim_WaitIdle(5000));
   }
-  static void Tap(int x, int y) {
-    Touch(SDLWidgetsSim_Press, x, y);
-    Touch(SDLWidgetsSim_Release, x, y);
-  }
-
+  static void Tap(int x, int y) { Touch(SDLWidgetsSim_Press, x, y), Touch(SDLWidgetsSim_Release, x, y); }
   WinBase* Widget(int pageIndex, size_t child) { return DisplayPages[pageIndex]->children().at(child); }
 
   DescriptionList list;
