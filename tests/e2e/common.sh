@@ -38,6 +38,9 @@ start_host() {
   return 1
 }
 
+# stop_host: SIGTERM, and the host must end cleanly.
+stop_host() { kill -TERM $host_pid; wait $host_pid; check "host ends cleanly on SIGTERM" test $? -eq 0; }
+
 # finish [MORE LOGS...]: the closing count, with the logs when a check failed.
 finish() {
   [ $failures -ne 0 ] && cat "$work/host.log" "$@"

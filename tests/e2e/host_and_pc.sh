@@ -22,8 +22,6 @@ usage=$($run "$pc_bin" --port "$port" frobnicate 2>&1); code=$?
 check "unknown command is named" contains "$usage" "unknown command 'frobnicate'"
 check "unknown command exits 2" test "$code" -eq 2
 
-kill -TERM $host_pid
-wait $host_pid; code=$?
-check "host ends cleanly on SIGTERM" test "$code" -eq 0
+stop_host
 check "host says it stops" grep -q "received, stopping" "$work/host.log"
 finish

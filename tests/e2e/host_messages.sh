@@ -35,6 +35,5 @@ status_twice() {
 status_twice
 check "rates line is in the debug file while the host runs" wait_for 30 grep -q "IOs/s" "$work/debug.log"
 
-kill -TERM $host_pid
-wait $host_pid
+stop_host
 finish "$work/second.log"

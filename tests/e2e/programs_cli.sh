@@ -37,6 +37,5 @@ check "stop answers" contains "$stopped" "Stopped: *yes"
 check "the controller stops the program" wait_for_log "Received stop code command"
 check "a RAM program writes no flash file" test ! -e "$work/programs/blink.img"
 
-kill -TERM $host_pid
-wait $host_pid
+stop_host
 finish

@@ -35,6 +35,7 @@ class MotorIOLib : public ::testing::Test {
     MotorIOLib_StopThreads();
     MotorIOLib_SetCallbackIO(nullptr);
   }
+  shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
 };
 
 TEST_F(MotorIOLib, CycleThreadCallsTheCallbackUntilStopped) {
@@ -71,7 +72,6 @@ TEST_F(MotorIOLib, CallbackMayAskTheCycleToStop) {
 }
 
 TEST_F(MotorIOLib, ExchangeWiresOutputsBackToInputsUnlessForced) {
-  shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
   for (int channel = 0; channel < MOTORIOLIB_SIM_CHANNELS; ++channel) area->OutputValues[channel] = uint16_t(100 + channel);
   MotorIOLibSim_SetInput(2, 7);
   uint32_t transfers = MotorIOLibSim_TransferCount();
@@ -90,7 +90,6 @@ TEST_F(MotorIOLib, ExchangeWiresOutputsBackToInputsUnlessForced) {
 
 // A program start clears the head of the area, display pointer included.
 TEST_F(MotorIOLib, ExchangeSetsTheDisplayPointerAgainAfterTheAreaWasCleared) {
-  shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
   uint8_t* buffer = KavriDisplayBufferOf(area);
   memset(area, 0, 1024);
   ASSERT_EQ(KavriDisplayBufferOf(area), nullptr);
@@ -99,8 +98,6 @@ TEST_F(MotorIOLib, ExchangeSetsTheDisplayPointerAgainAfterTheAreaWasCleared) {
 }
 
 TEST_F(MotorIOLib, DisplayFrameIsTakenOnlyWhenTheUpdateFlagIsRaised) {
-  shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
-  ASSERT_EQ(area, MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
   uint8_t* buffer = KavriDisplayBufferOf(area);
   ASSERT_NE(buffer, nullptr);
   for (int i = 0; i < KAVRI_DISPLAY_BUFFER_SIZE; ++i) buffer[i] = uint8_t(i * 7);
