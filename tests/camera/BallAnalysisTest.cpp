@@ -1,9 +1,12 @@
-// The two ball finders on painted frames: shapes whose results are worked
-// out by hand, and discs found where they were painted.
+// The two ball finders: shapes whose results are worked out by hand, careless
+// records, and the map and moment tables of random frames against a plain
+// per-pixel reference.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <random>
 
 #include "CameraBall.h"
 #include "YuyvCanvas.h"
@@ -16,22 +19,10 @@ constexpr int kWidth = 160, kHeight = 120;
 constexpr YuyvColour kOrange{110, 80, 200};  // colourfulness 48 + 72 = 120 inside
 constexpr YuyvColour kVivid{110, 0, 255};    // 128 + 127 = 255 inside
 
-// Each pixel takes its own chroma sample and the mean of the neighbouring
-// samples of the other kind; worked out by hand for one row of five pairs.
-TEST(BallSingleBlockTest, MapRatesColourfulnessAgainstTheNeighbouringChroma) {
-  YuyvCanvas frame(kWidth, kHeight);
-  int chroma[5][2] = {{10, -20}, {30, 40}, {-50, 60}, {70, -80}, {-128, -128}};  // u, v of each pair
-  for (int pair = 0; pair < 5; ++pair)
-    frame.At(2 * pair, 0, 1) = uint8_t(128 + chroma[pair][0]),
-                          frame.At(2 * pair, 0, 3) = uint8_t(128 + chroma[pair][1]);
-  Results out;
-  auto ball = SingleBlock({0, 0, 10, 1}, out);
-  CameraInitAnalysis(&ball.record.base, kWidth, kHeight);
-  ball.record.Analyze(0, frame.data(), frame.data(), nullptr, 0);
-  // Ends take their own pair's other sample; |-128| + |-128| wraps to 0.
-  std::vector<int> expected = {30, 40, 40, 50, 100, 70, 80, 109, 232, 0};
-  EXPECT_EQ(std::vector<int>(ball.record.map, ball.record.map + 10), expected);
-  CameraUninitAnalysis(&ball.record.base);
+std::vector<int> Edges(const Exclusion* list, int count) {
+  std::vector<int> edges;
+  for (int i = 0; i < count; ++i) edges.insert(edges.end(), {list[i].left, list[i].top, list[i].right, list[i].bottom});
+  return edges;
 }
 
 // An 11 x 11 blob at level 100 (the square's last odd column rates 50 and
@@ -39,135 +30,81 @@ TEST(BallSingleBlockTest, MapRatesColourfulnessAgainstTheNeighbouringChroma) {
 TEST(BallAnalysisTest, SquareGivesTheHandWorkedResults) {
   YuyvCanvas frame(kWidth, kHeight);
   frame.Fill(20, 10, 12, 11, {110, 28, 128});  // u -100, v 0
-  // r = floor(0.5 + 2.8 x sqrt 20) = 13; quality 100 x 100 >> 7 = 78.
+  // r = floor(0.5 + 2.8 x sqrt 20) = 13; quality 100 x 100 >> 7 = 78; y
+  // result 120 + (120 - 15) x -120 / 120.
   Results single;
   std::string line = DebugOutput(SingleBlock({}, single).record.base, frame);
-  EXPECT_EQ(line.rfind("BA0 x=25, y=15, r=13, q=146.4", 0), 0u) << line;  // 121^2 / 100
+  EXPECT_EQ(line.rfind("BA0 x=25, y=15, r=13, q=146.4", 0), 0u) << line;  // 121^2 / 100, in single precision
   EXPECT_NE(line.find(", xo=25, yo=15, ro=13, qo=78\n"), std::string::npos) << line;
   // The whole block weighs level 100 - t + 1: n = 121 x 11 at level 90, and
   // 121 x 12 > 0.9 x 40 x 40 stops the search at 89. q = 1331^2 / 100, its
   // fourth root 11.5; r = floor(sqrt 20 + 0.5) = 4; x = floor(25 x 2000 / 64
-  // - 1000 + 0.5), y likewise from 15.
+  // - 1000 + 0.5), y likewise from 15 (downwards).
+  // A null result is skipped, also in the debug line; n is the 4 x 4 cells.
   Results multi;
-  line = DebugOutput(MultiBlock({.sizeMax = 40}, multi).record.base, frame);
+  auto ball = MultiBlock({.sizeMax = 40}, multi);
+  ball.record.yResult = nullptr;
+  line = DebugOutput(ball.record.base, frame);
   EXPECT_EQ(line.rfind("BA0 n=16\nBA0 x=25, y=15, r=4, q=17715.", 0), 0u) << line;
-  EXPECT_NE(line.find(", xo=-219, yo=-531, ro=4, qo=11\n"), std::string::npos) << line;
-  EXPECT_EQ(multi.e, 90);
-}
-
-TEST(BallSingleBlockTest, FindsAPaintedDiscWhereItIs) {
-  YuyvCanvas frame(kWidth, kHeight);
-  frame.Disc(80, 50, 9, kOrange);
-  Results out;
-  // Block 40..119 x 20..79 onto -1000..1000, y upwards: x = -1000 + 2000 x
-  // 40 / 80, y = -1000 + (60 - 30) x 2000 / 60; 25 and 33 units a pixel.
-  RunOneFrame(SingleBlock({40, 20, 80, 60, 2, 1000, 10, -1000, 1000, -1000, 1000}, out).record.base, frame);
-  EXPECT_NEAR(out.a, 0, 25);
-  EXPECT_NEAR(out.b, 0, 33);
-  EXPECT_NEAR(out.c * 80 / 2000.0, 1.98 * 9, 2.5);  // 2.8 x the spread of a disc
+  EXPECT_NE(line.find(", xo=-219, yo=0, ro=4, qo=11\n"), std::string::npos) << line;
+  EXPECT_EQ(std::vector<int>({multi.b, multi.e}), std::vector<int>({kUntouched, 90}));
+  EXPECT_EQ(DebugOutput(MultiBlock({.blockWidth = 60, .blockHeight = 40}, multi).record.base, YuyvCanvas(kWidth, kHeight)),
+            "BA0 n=12\n");  // 4 x 3 cells, the last ones partial; no ball
+  // floor(0.5 + (i / 255)^0.2 x 255), worked out with a calculator.
+  EXPECT_EQ(std::vector<int>({GammaMap[0], GammaMap[1], GammaMap[2], GammaMap[128], GammaMap[255]}),
+            std::vector<int>({0, 84, 97, 222, 255}));
 }
 
 TEST(BallSingleBlockTest, JudgesBlobsByRoundnessSizeAndLevel) {
   struct Case {
     const char* name;
-    void (*paint)(YuyvCanvas&);
+    int radius;  // of a disc at 40, 40; 0: a 40 x 40 square at the corner; -1: a stripe of one row
+    YuyvColour colour;
     SingleSetup s;
     bool found;
   } cases[] = {
-      {"a uniform block within the radius limit",
-       [](YuyvCanvas& f) { f.Fill(0, 0, 40, 40, kOrange); },
-       {0, 0, 40, 40, 2, 100, 10, 0, 40},
-       true},
-      {"a uniform block above 0.9 x radius max squared",
-       [](YuyvCanvas& f) { f.Fill(0, 0, 40, 40, kOrange); },
-       {0, 0, 40, 40, 2, 30, 10, 0, 40},
-       false},
-      {"a one-pixel stripe has no height", [](YuyvCanvas& f) { f.Fill(10, 0, 40, 1, kOrange); }, {}, false},
-      {"a ball below radius min", [](YuyvCanvas& f) { f.Disc(40, 40, 4, kOrange); }, {.radiusMin = 20}, false},
-      {"threshold 100 % searches the top level",
-       [](YuyvCanvas& f) { f.Disc(40, 40, 8, kVivid); },
-       {.threshold = 100},
-       true},
-      {"threshold 200 % searches nothing", [](YuyvCanvas& f) { f.Disc(40, 40, 8, kVivid); }, {.threshold = 200}, false},
-      {"levels below the threshold", [](YuyvCanvas& f) { f.Disc(40, 40, 8, kOrange); }, {.threshold = 150}, false},
+      {"a uniform block within the radius limit", 0, kOrange, {0, 0, 40, 40, 2, 100, 10, 0, 40}, true},
+      {"a uniform block above 0.9 x radius max squared", 0, kOrange, {0, 0, 40, 40, 2, 30, 10, 0, 40}, false},
+      {"a one-pixel stripe has no height", -1, kOrange, {}, false},
+      {"a ball below radius min", 4, kOrange, {.radiusMin = 20}, false},
+      {"threshold 100 % searches the top level", 8, kVivid, {.threshold = 100}, true},
+      {"threshold 200 % searches nothing", 8, kVivid, {.threshold = 200}, false},
+      {"levels below the threshold", 8, kOrange, {.threshold = 150}, false},
   };
   for (const Case& c : cases) {
     YuyvCanvas frame(kWidth, kHeight);
-    c.paint(frame);
+    if (c.radius > 0) frame.Disc(40, 40, c.radius, c.colour);
+    else frame.Fill(0, 0, 40, c.radius ? 1 : 40, c.colour);
     Results out;
-    auto ball = SingleBlock(c.s, out);
-    RunOneFrame(ball.record.base, frame);
+    RunOneFrame(SingleBlock(c.s, out).record.base, frame);
     EXPECT_EQ(!out.None(), c.found) << c.name << ": x " << out.a << " r " << out.c;
   }
-}
-
-TEST(BallSingleBlockTest, BlockEdgesAreEvenAndInsideTheFrame) {
-  struct Case {
-    int x, y, w, h, x2, y2, w2, h2;
-    bool warned;
-  } cases[] = {
-      {3, 5, 10, 8, 2, 5, 10, 8, false},           // right edge 13 -> 12
-      {4, 0, 7, 8, 4, 0, 6, 8, false},             // right edge 11 -> 10
-      {-6, -2, 20, 10, 0, 0, 14, 8, true},         // clipped at the left and top
-      {150, 110, 20, 20, 150, 110, 10, 10, true},  // at the right and bottom
-      {200, 0, 10, 10, 160, 0, 0, 10, true},       // nothing inside
-      {0, 0, 0, 0, 0, 0, 0, 0, true},
-  };
-  for (const Case& c : cases) {
-    Results out;
-    auto ball = SingleBlock({c.x, c.y, c.w, c.h}, out);
-    testing::internal::CaptureStderr();
-    RunOneFrame(ball.record.base, YuyvCanvas(kWidth, kHeight));
-    std::string errors = testing::internal::GetCapturedStderr();
-    const CameraAnalysisBallSingleBlock& b = ball.record;
-    EXPECT_EQ(std::vector<int>({b.blockX, b.blockY, b.blockWidth, b.blockHeight}),
-              std::vector<int>({c.x2, c.y2, c.w2, c.h2}));
-    EXPECT_EQ(errors.find("ERROR ball search block") != std::string::npos, c.warned) << errors;
-  }
-}
-
-TEST(BallSingleBlockTest, ExclusionsBecomeBlockCoordinatesAndBlankTheMap) {
-  YuyvCanvas frame(kWidth, kHeight);
-  frame.Disc(60, 50, 8, kOrange);
-  Results out;
-  auto ball = SingleBlock({20, 10, 100, 80}, out);
-  ball.record.exclusionCount = 4;
-  ball.exclusions[0] = {0, 0, 30, 200};       // reaches outside
-  ball.exclusions[1] = {100, 20, 90, 30};     // right < left: empty
-  ball.exclusions[2] = {140, 100, 150, 110};  // beyond the block
-  ball.exclusions[3] = {50, 40, 60, 60};      // the ball's left half
-  RunOneFrame(ball.record.base, frame);
-  int expected[4][4] = {{0, 0, 10, 80}, {80, 10, 80, 20}, {100, 80, 100, 80}, {30, 30, 40, 50}};
-  for (int i = 0; i < 4; ++i) {
-    const Exclusion& e = ball.exclusions[i];
-    EXPECT_EQ(std::vector<int>({e.left, e.top, e.right, e.bottom}), std::vector<int>(expected[i], expected[i] + 4));
-  }
-  EXPECT_NEAR(out.a, 160 * (64 - 20) / 100, 3) << "the right half, x range 0..160 over 100 columns";
 }
 
 TEST(BallSingleBlockTest, NormalizeAndCompareSortExclusions) {
   Exclusion list[] = {{30, 8, 10, 2}, {-5, 0, 4, 4}, {12, 1, 20, 3}, {7, 9, 7, 1}};
   for (Exclusion& e : list) e.Normalize();
   qsort(list, 4, sizeof(Exclusion), Exclusion::Compare);
-  int expected[4][4] = {{-5, 0, 4, 4}, {7, 1, 7, 9}, {10, 2, 30, 8}, {12, 1, 20, 3}};
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(std::vector<int>({list[i].left, list[i].top, list[i].right, list[i].bottom}),
-              std::vector<int>(expected[i], expected[i] + 4));
+  EXPECT_EQ(Edges(list, 4), std::vector<int>({-5, 0, 4, 4, 7, 1, 7, 9, 10, 2, 30, 8, 12, 1, 20, 3}));
 }
 
+// A block reaching outside is clipped to the frame, once, at Init.
 TEST(BallSingleBlockTest, CarelessRecordsReportNoBallAndTouchNothing) {
   YuyvCanvas frame(kWidth, kHeight);
   frame.Disc(60, 50, 8, kOrange);
   struct Case {
     SingleSetup s;
     int exclusionCount;
+    std::vector<int> block;  // as placed: x, y, width, height
     bool found;
     const char* error;
   } cases[] = {
-      {{.xMin = 5, .xMax = 5}, 0, false, "ERROR ball search with equal x range ends 5"},
-      {{}, -1, true, "ERROR ball search exclusion count -1"},
-      {{}, 1 << 30, true, "ERROR ball search exclusion count 1073741824"},
-      {{.blockWidth = 0, .blockHeight = 0}, 0, false, "ERROR ball search block"},
+      {{.xMin = 5, .xMax = 5}, 0, {0, 0, 160, 120}, false, "ERROR ball search with equal x range ends 5"},
+      {{}, -1, {0, 0, 160, 120}, true, "ERROR ball search exclusion count -1"},
+      {{}, 1 << 30, {0, 0, 160, 120}, true, "ERROR ball search exclusion count 1073741824"},
+      {{-6, -2, 200, 100, 2, 100, 10, -6, 194}, 0, {0, 0, 160, 98}, true, "ERROR ball search block -6,-2 200x100"},
+      {{200, 0, 10, 10}, 0, {160, 0, 0, 10}, false, "ERROR ball search block 200,0 10x10 has no pixels"},
+      {{.blockWidth = 0, .blockHeight = 0}, 0, {0, 0, 0, 0}, false, "ERROR ball search block"},
   };
   for (const Case& c : cases) {
     Results out;
@@ -177,6 +114,8 @@ TEST(BallSingleBlockTest, CarelessRecordsReportNoBallAndTouchNothing) {
     testing::internal::CaptureStderr();
     RunOneFrame(ball.record.base, frame);
     std::string errors = testing::internal::GetCapturedStderr();
+    const CameraAnalysisBallSingleBlock& b = ball.record;
+    EXPECT_EQ(std::vector<int>({b.blockX, b.blockY, b.blockWidth, b.blockHeight}), c.block) << c.error;
     EXPECT_EQ(!out.None(), c.found) << c.error;
     EXPECT_NE(errors.find(c.error), std::string::npos) << errors;
     EXPECT_EQ(ball.exclusions[0].left, 1000) << c.error << ": exclusions left as they were";
@@ -202,13 +141,18 @@ TEST(BallMultiBlockTest, FindsSmallBallsInGroupsOfCellsAndLargeOnesInTheBlock) {
       {"large, one row of cells", {.blockHeight = 32, .sizeMax = 200, .cellSize = 32}, 40, 16, 12, true},
       // One cell, and the whole block then needs 0.7 x 1000 x 1000.
       {"a cell larger than the block", {.sizeMax = 200, .cellSize = 1000}, 40, 16, 12, false},
+      {"cell size 0 (warned)", {.sizeMax = 200, .cellSize = 0}, 40, 16, 12, false},
+      {"cell size -16 (warned)", {.sizeMax = 200, .cellSize = -16}, 40, 16, 12, false},
+      {"cell size 1: too many cells (warned)", {0, 0, kWidth, kHeight, 4, 200, 1}, 40, 16, 12, false},
   };
   for (const Case& c : cases) {
     YuyvCanvas frame(kWidth, kHeight);
     frame.Disc(c.centreX, c.centreY, c.radius, kOrange);
     Results out;
-    auto ball = MultiBlock(c.s, out);
-    RunOneFrame(ball.record.base, frame);
+    testing::internal::CaptureStderr();
+    RunOneFrame(MultiBlock(c.s, out).record.base, frame);
+    bool warned = testing::internal::GetCapturedStderr().find("ERROR ball search cell size") != std::string::npos;
+    EXPECT_EQ(warned, strstr(c.name, "warned") != nullptr) << c.name;
     EXPECT_EQ(out.d > 0, c.found) << c.name;
     if (!c.found) {
       EXPECT_TRUE(out.None() && out.e == 0) << c.name;
@@ -218,8 +162,7 @@ TEST(BallMultiBlockTest, FindsSmallBallsInGroupsOfCellsAndLargeOnesInTheBlock) {
     EXPECT_NEAR(out.a, c.centreX * 2000 / c.s.blockWidth - 1000, 2000 / c.s.blockWidth) << c.name;
     EXPECT_NEAR(out.b, c.centreY * 2000 / c.s.blockHeight - 1000, 2000 / c.s.blockHeight) << c.name;
     EXPECT_NEAR(out.c, c.radius / std::sqrt(2.0), 1.5) << c.name;  // sqrt(var x + var y)
-    // The neutral pixels next to the ball's chroma rate 24 and up.
-    EXPECT_TRUE(out.e >= 24 && out.e <= 120) << c.name << ": level " << out.e;
+    EXPECT_TRUE(out.e >= 24 && out.e <= 120) << c.name << ": level " << out.e;  // the smeared edge rates 24 up
   }
 }
 
@@ -228,41 +171,61 @@ TEST(BallMultiBlockTest, QualityIsTheFourthRootCappedAt10000) {
   for (auto [quality, result] : cases) EXPECT_EQ(CameraBallQualityResult(quality), result) << quality;
 }
 
-TEST(BallMultiBlockTest, DebugLinesNameTheCellsAndSkipNullResults) {
-  YuyvCanvas frame(kWidth, kHeight);
-  frame.Disc(32, 20, 5, kOrange);
-  Results out;
-  auto ball = MultiBlock({.blockWidth = 60, .blockHeight = 40}, out);  // 4 x 3 cells of 16
-  ball.record.yResult = nullptr;
-  std::string lines = DebugOutput(ball.record.base, frame);
-  EXPECT_EQ(lines.rfind("BA0 n=12\nBA0 x=", 0), 0u) << lines;
-  EXPECT_NE(lines.find(", yo=0, ro="), std::string::npos) << lines;
-  EXPECT_EQ(DebugOutput(MultiBlock({}, out).record.base, YuyvCanvas(kWidth, kHeight)), "BA0 n=16\n");
-}
-
-TEST(BallMultiBlockTest, CarelessCellSizesReportNoBall) {
-  for (int cellSize : {0, -16, 1}) {  // 1: 160 x 120 cells, beyond the limit
-    YuyvCanvas frame(kWidth, kHeight);
-    frame.Disc(40, 40, 12, kOrange);
-    Results out;
-    auto ball = MultiBlock({.blockWidth = kWidth, .blockHeight = kHeight, .sizeMax = 200, .cellSize = cellSize}, out);
-    testing::internal::CaptureStderr();
-    CameraInitAnalysis(&ball.record.base, kWidth, kHeight);
-    EXPECT_EQ(ball.record.cellTables, nullptr) << cellSize;
-    CameraRunAnalysis(&ball.record.base, frame.data(), frame.data(), nullptr, 0);
-    CameraUninitAnalysis(&ball.record.base);
-    std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(out.None()) << cellSize;
-    EXPECT_NE(errors.find("ERROR ball search cell size " + std::to_string(cellSize)), std::string::npos) << errors;
+// The map, the exclusions and every cell's table after two frames (the second
+// must not keep anything of the first), worked out pixel by pixel as the
+// description says. Chroma runs over its whole range, so sums of 256 wrap.
+TEST(BallAnalysisTest, MapAndTablesMatchAPlainReference) {
+  struct Case {
+    int frameWidth, x, y, w, h, cellSize;  // cell size 0: the single block
+  } cases[] = {{160, 20, 10, 100, 70, 24}, {160, 0, 0, 160, 120, 40}, {600, 3, 1, 590, 9, 0}, {600, 0, 0, 600, 8, 7}};
+  std::mt19937 random(3);
+  for (const Case& c : cases) {
+    WithExclusions<CameraAnalysisBallMultiBlock> multi{{{CameraAnalysisTypeBallMultiBlock}, c.x, c.y, c.w, c.h}};
+    WithExclusions<CameraAnalysisBallSingleBlock> single{
+        {{CameraAnalysisTypeBallSingleBlock}, c.x, c.y, c.w, c.h, 1, 100, 0, 0, 100, 0, 100}};
+    multi.record.cellSize = c.cellSize;
+    multi.record.exclusionCount = single.record.exclusionCount = 2;
+    int x = c.x & ~1, w = ((c.x + c.w) & ~1) - x, cell = c.cellSize ? c.cellSize : std::max(w, c.h);
+    int across = (w + cell - 1) / cell, down = (c.h + cell - 1) / cell;
+    Exclusion given[2] = {{x - 5, c.y + 2, x + 9, c.y + 5}, {x + 30, 0, x + 20, 500}};  // outside; right < left
+    Exclusion* exclusions = c.cellSize ? multi.exclusions : single.exclusions;
+    memcpy(exclusions, given, sizeof given);
+    CameraAnalysisBase* record = c.cellSize ? &multi.record.base : &single.record.base;
+    CameraInitAnalysis(record, c.frameWidth, c.y + c.h);
+    EXPECT_EQ(Edges(exclusions, 2), std::vector<int>({0, 2, 9, 5, 30, 0, 30, c.h}));
+    for (int frameNumber = 0; frameNumber < 2; ++frameNumber) {
+      YuyvCanvas frame(c.frameWidth, c.y + c.h);
+      for (int py = 0; py < frame.height(); ++py)
+        for (int px = 0; px < c.frameWidth; px += 2)  // colourful stripes in a field of noise
+          for (int b : {1, 3}) frame.At(px, py, b) = uint8_t(px % 97 < 40 ? random() % 256 : 124 + random() % 9);
+      CameraRunAnalysis(record, frame.data(), frame.data(), nullptr, 0);
+      std::vector<uint8_t> map(size_t(w) * c.h);
+      std::vector<CameraBallMoments> tables(size_t(across) * down);
+      memset(static_cast<void*>(tables.data()), 0, tables.size() * sizeof(CameraBallMoments));
+      for (int row = 0; row < c.h; ++row)
+        for (int col = 0; col < w; ++col) {
+          auto chroma = [&](int pair, int b) { return frame.At(x + 2 * pair, c.y + row, b) - 128; };
+          int pair = col / 2, own = col % 2 ? 3 : 1, other = 4 - own, next = col % 2 ? pair + 1 : pair - 1;
+          bool end = next < 0 || next >= w / 2;
+          uint8_t level = uint8_t(abs(chroma(pair, own)) + (end ? abs(chroma(pair, other))
+                                                                : abs(chroma(pair, other) + chroma(next, other)) >> 1));
+          if (col < 9 && row >= 2 && row < 5) level = 0;  // the first exclusion, clipped
+          map[size_t(row) * w + col] = level;
+          CameraBallMoments& t = tables[size_t(row / cell) * across + col / cell];
+          t.count[level] += 1, t.sumX[level] += col, t.sumY[level] += row;
+          t.sumXX[level] += col * col, t.sumXY[level] += col * row, t.sumYY[level] += row * row;
+        }
+      for (CameraBallMoments& t : tables)
+        for (uint32_t* sums : {t.count, t.sumX, t.sumY, t.sumXX, t.sumXY, t.sumYY})
+          for (int level = 254; level >= 0; --level) sums[level] += sums[level + 1];
+      EXPECT_TRUE(std::equal(map.begin(), map.end(), c.cellSize ? multi.record.map : single.record.map));
+      EXPECT_EQ(memcmp(tables.data(), c.cellSize ? static_cast<void*>(multi.record.cellTables) : single.record.moments,
+                       tables.size() * sizeof(CameraBallMoments)),
+                0)
+          << c.frameWidth << " " << c.cellSize << " frame " << frameNumber;
+    }
+    CameraUninitAnalysis(record);
   }
-}
-
-TEST(BallMultiBlockTest, InitFillsTheGammaMap) {
-  Results out;
-  RunOneFrame(MultiBlock({}, out).record.base, YuyvCanvas(kWidth, kHeight));
-  // floor(0.5 + (i / 255)^0.2 x 255), worked out with a calculator.
-  EXPECT_EQ(std::vector<int>({GammaMap[0], GammaMap[1], GammaMap[2], GammaMap[128], GammaMap[255]}),
-            std::vector<int>({0, 84, 97, 222, 255}));
 }
 
 }  // namespace
