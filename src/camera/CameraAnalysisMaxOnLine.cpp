@@ -34,12 +34,22 @@ void BoxFilter(int32_t* buffer, int32_t count) {
   buffer[count - 4] = -1;
 }
 
-// out[j] = minimum of in[j .. j+width-1] for j = 0 .. places-1, one pass per
-// offset over all places: the passes vectorise, windows one by one do not.
+// out[j] = minimum of in[j .. j+width-1] for j = 0 .. places-1; out holds
+// places + width - 2 entries. Minimums of 2, 4, 8 ... entries are built in
+// place, and two overlapping windows of the largest power of two that fits
+// make up the width: log(width) passes, each of which vectorises.
 void WindowMinimums(const int32_t* in, int64_t places, int32_t width, int32_t* out) {
-  std::copy(in, in + places, out);
-  for (int32_t t = 1; t < width; ++t)
-    for (int64_t j = 0; j < places; ++j) out[j] = std::min(out[j], in[j + t]);
+  if (width == 1) {
+    std::copy(in, in + places, out);
+    return;
+  }
+  const int64_t length = places + width - 1;
+  for (int64_t j = 0; j + 1 < length; ++j) out[j] = std::min(in[j], in[j + 1]);
+  int32_t span = 2;
+  for (; 2 * span <= width; span *= 2)
+    for (int64_t j = 0; j + 2 * span <= length; ++j) out[j] = std::min(out[j], out[j + span]);
+  const int32_t shift = width - span;
+  for (int64_t j = 0; j < places; ++j) out[j] = std::min(out[j], out[j + shift]);
 }
 
 // A channel's five-sample sum at i after the channel balance; only the
@@ -101,7 +111,7 @@ void CameraAnalysisMaxOnLine::Uninit() {
   valueBuffer = redBuffer = greenBuffer = blueBuffer = erodedBuffer = nullptr;
 }
 
-void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*, const unsigned char*,
+KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine::Analyze(int index, const unsigned char* frame, const unsigned char*, const unsigned char*,
                                       int) {
   const int32_t wmin = widthMin, h = CameraSub32(widthMax, widthMin) / 2;
   // A record Init refused, or whose sample count was changed after it,

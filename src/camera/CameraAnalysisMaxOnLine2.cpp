@@ -34,7 +34,7 @@ constexpr int kRun = 256;
 // case (narrow widths, refinement) and gets a loop of its own that the
 // compiler turns into vector code.
 template <bool Raise>
-void EvenResponses(const int32_t* sums, int32_t first, int32_t stride, int32_t w, int count, int32_t* out) {
+KAVRI_CAMERA_INLINE void EvenResponses(const int32_t* sums, int32_t first, int32_t stride, int32_t w, int count, int32_t* out) {
   const int32_t h = w / 2;
   const int32_t *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
                 *outerR = sums + (first + w);
@@ -52,7 +52,7 @@ void EvenResponses(const int32_t* sums, int32_t first, int32_t stride, int32_t w
 
 // Responses of any width tw, odd ones too, at count centres from first on:
 // each flank of tw/2 samples is weighted up to the line's width.
-void WeightedResponses(const int32_t* sums, int32_t first, int32_t tw, int count, int32_t* out) {
+KAVRI_CAMERA_INLINE void WeightedResponses(const int32_t* sums, int32_t first, int32_t tw, int count, int32_t* out) {
   const int32_t h = tw / 2, k = tw * 256 / h;
   const int32_t *outerL = sums + (first - tw), *innerL = sums + (first - tw + h), *innerR = sums + (first + h),
                 *outerR = sums + (first + (tw & ~1));
@@ -445,7 +445,7 @@ bool Unusable(CameraAnalysisMaxOnLine2& record, bool colour) {
 
 }  // namespace
 
-void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* frame, const unsigned char*,
+KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* frame, const unsigned char*,
                                             const unsigned char*, int) {
   if (Unusable(*this, true)) return;
   const int32_t n = sampleCount;
@@ -487,7 +487,7 @@ void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* fram
   search.Report(index, true);
 }
 
-void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, const unsigned char*,
+KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, const unsigned char*,
                                          const unsigned char*, int) {
   if (Unusable(*this, false)) return;
   const int32_t n = sampleCount;
