@@ -127,6 +127,33 @@ BENCHMARK(BM_AnalysisAgainstDecode)
     ->ArgsProduct({benchmark::CreateDenseRange(0, 4, 1), {0, 1}})
     ->Unit(benchmark::kMicrosecond);
 
+// The least a ball finder can do per frame: every pixel read once and counted
+// into a table by one of its bytes, the single increment per pixel that its
+// moment tables need at the very least (they need six sums). A floor for the
+// ball rows above, not an analysis.
+void BM_HistogramAgainstDecode(benchmark::State& state) {
+  std::vector<uint8_t> jpeg;
+  std::vector<unsigned char> frame = Decoded(7, int(state.range(0)), jpeg), scratch(frame.size());
+  uint32_t counts[4][256] = {};
+  double counting = 0, decoding = 0;
+  for (auto _ : state) {
+    double start = ThreadSeconds();
+    for (size_t i = 0; i + 8 <= size_t(kWidth) * kHeight * 2; i += 8) {
+      ++counts[0][frame[i + 1]], ++counts[1][frame[i + 3]], ++counts[2][frame[i + 5]], ++counts[3][frame[i + 7]];
+      ++counts[0][frame[i]], ++counts[1][frame[i + 2]], ++counts[2][frame[i + 4]], ++counts[3][frame[i + 6]];
+    }
+    benchmark::DoNotOptimize(counts);
+    double middle = ThreadSeconds();
+    xoProJpegDec(jpeg.data(), int(jpeg.size()), scratch.data(), int(scratch.size()));
+    decoding += ThreadSeconds() - middle;
+    counting += middle - start;
+  }
+  state.counters["analysis_us"] = 1e6 * counting / double(state.iterations());
+  state.counters["decode_us"] = 1e6 * decoding / double(state.iterations());
+  state.counters["ratio"] = counting / decoding;
+}
+BENCHMARK(BM_HistogramAgainstDecode)->DenseRange(0, 1)->Unit(benchmark::kMicrosecond);
+
 }  // namespace
 
 BENCHMARK_MAIN();
