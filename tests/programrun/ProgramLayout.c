@@ -2,9 +2,6 @@
 
 #include <kavri-program/KavriProgram.h>
 
-#define FIELD MEASURE_FIELD
-#define OFFSET MEASURE_OFFSET
-#define SIZE MEASURE_SIZE
 const MeasuredField ProgramFields[] = {
 #include "LayoutFields.h"
 };

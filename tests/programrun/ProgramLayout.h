@@ -1,30 +1,24 @@
-// One measured field of a record: where it starts and how wide it is
-// (width 0 when only its start is compared).
+// One field of a record as a compiler laid it out: where it starts and how
+// wide it is (0 when only its start is compared), from LayoutFields.h.
 #ifndef KAVRI_TESTS_PROGRAMLAYOUT_H
 #define KAVRI_TESTS_PROGRAMLAYOUT_H
 
+#include <stddef.h>
 #include <stdint.h>
-
-#ifdef __cplusplus
-extern "C" {
-#endif
 
 typedef struct MeasuredField {
   const char* name;
-  uint32_t offset;
-  uint32_t size;
+  uint32_t offset, size;
 } MeasuredField;
 
-#define MEASURE_FIELD(type, member) {#type "." #member, offsetof(type, member), sizeof(((type*)0)->member)},
-#define MEASURE_OFFSET(type, member) {#type "." #member, offsetof(type, member), 0},
-#define MEASURE_SIZE(type) {#type, 0, sizeof(type)},
+#define FIELD(type, member) {#type "." #member, offsetof(type, member), sizeof(((type*)0)->member)},
+#define OFFSET(type, member) {#type "." #member, offsetof(type, member), 0},
+#define SIZE(type) {#type, 0, sizeof(type)},
 
-// The program header's records, measured by a C compiler.
-extern const MeasuredField ProgramFields[];
-extern const uint32_t ProgramFieldCount;
-
+// The program header's records, measured by the C compiler.
 #ifdef __cplusplus
-}
+extern "C" const MeasuredField ProgramFields[];
+extern "C" const uint32_t ProgramFieldCount;
 #endif
 
 #endif
