@@ -172,8 +172,8 @@ TEST(BallMultiBlockTest, QualityIsTheFourthRootCappedAt10000) {
 }
 
 // The map, the exclusions and every cell's table after two frames (the second
-// must not keep anything of the first), worked out pixel by pixel as the
-// description says. Chroma runs over its whole range, so sums of 256 wrap.
+// must not keep anything of the first), worked out pixel by pixel as
+// documented. Chroma runs over its whole range, so sums of 256 wrap.
 TEST(BallAnalysisTest, MapAndTablesMatchAPlainReference) {
   struct Case {
     int frameWidth, x, y, w, h, cellSize;  // cell size 0: the single block

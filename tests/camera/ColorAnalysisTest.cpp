@@ -100,7 +100,7 @@ TEST(ChangeDetectTest, CountsStrictlyLargerChangesInsideTheFrame) {
 }
 
 // Rows wider than any partial sum the analyses keep, bright enough to
-// overflow one that ran too long; the reference follows the description
+// overflow one that ran too long; the reference follows the documented steps
 // pixel by pixel.
 TEST(RegionAnalysisTest, WideRandomFramesMatchAPlainReference) {
   constexpr int kWide = 1200, kRows = 3;
