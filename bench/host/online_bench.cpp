@@ -103,9 +103,10 @@ void BM_CameraFramesDeliveredPerCaptured(benchmark::State& state) {
   WaitFor([] { return PortIsListening(CameraServerPort); });
   TestClient pc(CameraServerPort, 10);
   pthread_t server = ThreadCameraServer;
-  uint32_t capturedBefore = 0;
+  uint32_t capturedBefore = 0, capturedAtLast = 0;
   double cpuBefore = 0;
   int64_t delivered = 0, waiting = 0;
+  int waitingAtFirst = 0, heldAtLast = 0;
   bool first = true;
   for (auto _ : state) {
     std::vector<uint8_t> head = pc.Receive(sizeof(KavriCameraFrameHeader));
@@ -119,8 +120,14 @@ void BM_CameraFramesDeliveredPerCaptured(benchmark::State& state) {
       state.SkipWithError("frame cut short");
       break;
     }
+    // What the capture thread has analysed, and what still sits in the
+    // buffers, as each frame arrives: the first and last of these bound the
+    // window in which frames are counted.
+    capturedAtLast = CameraFrameCount.load();
+    heldAtLast = CameraAnalysisDeliverFrame_Inst.Full(0).load() + CameraAnalysisDeliverFrame_Inst.Full(1).load();
     if (first) {  // counted from the first frame on: capture start-up is not the stream's cost
-      capturedBefore = CameraFrameCount.load();
+      capturedBefore = capturedAtLast;
+      waitingAtFirst = header.backlog;
       cpuBefore = ThreadCpuSeconds(server);
       first = false;
     } else {
@@ -130,7 +137,7 @@ void BM_CameraFramesDeliveredPerCaptured(benchmark::State& state) {
     std::this_thread::sleep_for(pcDelay);
     pc.SendWord(KavriCameraFrameAck);
   }
-  uint32_t captured = CameraFrameCount.load() - capturedBefore;
+  uint32_t captured = capturedAtLast - capturedBefore;
   double cpu = ThreadCpuSeconds(server) - cpuBefore;
   xoIF2013Command_Base stop{KavriCmdStopCameraOnline};
   CallLinkHandlerForCode(kavri::HandleStopCameraOnline, &stop, sizeof stop);
@@ -138,6 +145,10 @@ void BM_CameraFramesDeliveredPerCaptured(benchmark::State& state) {
   state.counters["captured"] = captured;
   state.counters["delivered"] = double(delivered);
   state.counters["delivered_per_captured"] = captured ? double(delivered) / captured : 0;
+  // Frames the capture thread dropped: those analysed in the window, less
+  // those delivered, less those still held at its end, plus the one that was
+  // already waiting (analysed before the window) when it opened.
+  state.counters["dropped"] = double(int64_t(captured) - delivered - heldAtLast + waitingAtFirst);
   state.counters["mean_backlog"] = delivered ? double(waiting) / double(delivered) : 0;
   state.counters["server_cpu_us_per_frame"] = delivered ? 1e6 * cpu / double(delivered) : 0;
 }

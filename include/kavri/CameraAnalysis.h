@@ -7,7 +7,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <array>
 #include <atomic>
+#include <bit>
 
 extern "C" {
 
@@ -49,20 +51,29 @@ struct CameraAnalysisCounter {
 // Two-buffer hand-over of compressed frames from the capture thread (the
 // producer, in Analyze) to the camera server (the consumer), without locks.
 // Every field both threads touch is accessed through std::atomic_ref:
+// - enabled and writing are two adjacent bytes that both sides only change
+//   as one 16-bit word, with read-modify-writes (Flags() and the calls
+//   below); no byte of the pair is ever written on its own while the record
+//   is shared. All changes of the word are thus totally ordered, and each
+//   one sees the last, which is what makes the stop below safe.
 // - The consumer calls Init, then stores capacity and both buffer pointers
-//   with release order, and only then raises enabled. The producer reads
-//   nothing else of the record until it has seen enabled set, and reads
-//   capacity and the buffer pointer with acquire order.
+//   with release order, and only then raises enabled (SetEnabled, release).
+//   The producer reads nothing else of the record until its BeginWriting has
+//   seen enabled set (acquire), so it also sees where to copy and how much fits.
 // - The producer fills only a buffer whose full flag is clear and sets the
 //   flag last (release); the consumer reads only a buffer whose flag is set
 //   (acquire), advances readIndex and then clears the flag (release). So each
 //   buffer has one owner at a time.
 // - Init may run on the capture thread (at capture start) while the consumer
-//   waits; it only stores zeros, atomically.
-// - To stop, the consumer clears enabled and waits until writing is clear,
-//   both sequentially consistent (the default order); the producer raises
-//   writing before it reads enabled. After that no copy is under way and none
-//   will start, and the buffers may be freed.
+//   waits; it only stores zeros, atomically, and leaves enabled alone.
+// - A copy is bracketed by BeginWriting, which raises writing only if
+//   enabled is set, in one compare-and-swap, and EndWriting, which drops it
+//   (release). To stop, the consumer clears enabled (SetEnabled(false)) and
+//   then waits until IsWriting() reads clear (acquire). Either the
+//   producer's raise came first, and the consumer's wait ends only on the
+//   matching drop, after the copy; or the clear came first, and the
+//   producer's compare-and-swap sees enabled clear and copies nothing. After
+//   the wait the buffers may be freed.
 struct CameraAnalysisDeliverFrame {
   CameraAnalysisBase base;
   int32_t capacity;  // largest compressed frame a buffer takes, in bytes
@@ -82,9 +93,40 @@ struct CameraAnalysisDeliverFrame {
                const unsigned char* compressed, int compressedSize);
 
   std::atomic_ref<uint8_t> Full(int which) { return std::atomic_ref<uint8_t>(full[which]); }
-  std::atomic_ref<uint8_t> Enabled() { return std::atomic_ref<uint8_t>(enabled); }
-  std::atomic_ref<uint8_t> Writing() { return std::atomic_ref<uint8_t>(writing); }
+
+  // enabled and writing as one word; the masks pick each byte whatever the
+  // byte order.
+  static constexpr uint16_t kEnabledMask = std::bit_cast<uint16_t>(std::array<uint8_t, 2>{0xFF, 0});
+  static constexpr uint16_t kWritingMask = std::bit_cast<uint16_t>(std::array<uint8_t, 2>{0, 0xFF});
+  static constexpr uint16_t kEnabledOne = std::bit_cast<uint16_t>(std::array<uint8_t, 2>{1, 0});
+  static constexpr uint16_t kWritingOne = std::bit_cast<uint16_t>(std::array<uint8_t, 2>{0, 1});
+  std::atomic_ref<uint16_t> Flags() { return std::atomic_ref<uint16_t>(*reinterpret_cast<uint16_t*>(&enabled)); }
+  bool IsEnabled() { return Flags().load(std::memory_order_acquire) & kEnabledMask; }
+  bool IsWriting() { return Flags().load(std::memory_order_acquire) & kWritingMask; }
+  void SetEnabled(bool on) {
+    if (on)
+      Flags().fetch_or(kEnabledOne, std::memory_order_acq_rel);
+    else
+      Flags().fetch_and(uint16_t(~kEnabledMask), std::memory_order_acq_rel);
+  }
+  // Raises writing if enabled is set; false (and nothing raised) otherwise.
+  bool BeginWriting() {
+    std::atomic_ref<uint16_t> flags = Flags();
+    uint16_t seen = flags.load(std::memory_order_relaxed);
+    do {
+      if (!(seen & kEnabledMask)) return false;
+    } while (!flags.compare_exchange_weak(seen, uint16_t((seen & kEnabledMask) | kWritingOne),
+                                          std::memory_order_acq_rel, std::memory_order_relaxed));
+    return true;
+  }
+  void EndWriting() { Flags().fetch_and(kEnabledMask, std::memory_order_release); }
 };
+
+// Flags() treats enabled and writing as one aligned 16-bit word.
+static_assert(offsetof(CameraAnalysisDeliverFrame, writing) == offsetof(CameraAnalysisDeliverFrame, enabled) + 1);
+static_assert(offsetof(CameraAnalysisDeliverFrame, enabled) % alignof(uint16_t) == 0);
+static_assert(alignof(CameraAnalysisDeliverFrame) >= alignof(uint16_t));
+static_assert(std::atomic_ref<uint16_t>::is_always_lock_free);
 
 // A record class that does nothing; no type code leads to it.
 struct CameraAnalysisExclude {

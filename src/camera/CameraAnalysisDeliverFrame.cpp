@@ -26,30 +26,26 @@ void CameraAnalysisDeliverFrame::Init() {
   }
   Clear(writeIndex);
   Clear(readIndex);
-  Clear(writing);
+  EndWriting();
 }
 
 void CameraAnalysisDeliverFrame::Uninit() {}
 
-// writing is raised before enabled is read: a consumer that clears enabled
-// and then sees writing clear knows that no copy is under way or to come.
-// Nothing else of the record is touched unless enabled was seen set, which
-// also makes the consumer's capacity and buffers visible. A buffer the
-// server has not lent drops the frame like a full one.
+// Nothing of the record but its flags is touched unless BeginWriting saw
+// enabled set, which also makes the consumer's capacity and buffers visible.
+// A buffer the server has not lent drops the frame like a full one.
 void CameraAnalysisDeliverFrame::Analyze(int, const unsigned char*, const unsigned char*,
                                           const unsigned char* compressed, int compressedSize) {
-  Writing().store(1);
-  if (Enabled().load()) {
-    std::atomic_ref<int32_t> index(writeIndex);
-    int which = index.load(std::memory_order_relaxed) & 1;
-    uint8_t* target = std::atomic_ref<uint8_t*>(buffer[which]).load(std::memory_order_acquire);
-    int32_t room = std::atomic_ref<int32_t>(capacity).load(std::memory_order_acquire);
-    if (target && compressedSize >= 0 && compressedSize <= room && !Full(which).load(std::memory_order_acquire)) {
-      memcpy(target, compressed, size_t(compressedSize));
-      std::atomic_ref<int32_t>(size[which]).store(compressedSize, std::memory_order_relaxed);
-      Full(which).store(1, std::memory_order_release);
-      index.store(1 - which, std::memory_order_relaxed);
-    }
+  if (!BeginWriting()) return;
+  std::atomic_ref<int32_t> index(writeIndex);
+  int which = index.load(std::memory_order_relaxed) & 1;
+  uint8_t* target = std::atomic_ref<uint8_t*>(buffer[which]).load(std::memory_order_acquire);
+  int32_t room = std::atomic_ref<int32_t>(capacity).load(std::memory_order_acquire);
+  if (target && compressedSize >= 0 && compressedSize <= room && !Full(which).load(std::memory_order_acquire)) {
+    memcpy(target, compressed, size_t(compressedSize));
+    std::atomic_ref<int32_t>(size[which]).store(compressedSize, std::memory_order_relaxed);
+    Full(which).store(1, std::memory_order_release);
+    index.store(1 - which, std::memory_order_relaxed);
   }
-  Writing().store(0);
+  EndWriting();
 }

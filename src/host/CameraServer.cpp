@@ -90,7 +90,7 @@ bool LendBuffers(Session& session) {
   std::atomic_ref<int32_t>(record.capacity).store(capacity, std::memory_order_release);
   for (int which = 0; which < 2; ++which)
     std::atomic_ref<uint8_t*>(record.buffer[which]).store(session.blocks[which] + kHeaderSize, std::memory_order_release);
-  record.Enabled().store(1);
+  record.SetEnabled(true);
   return true;
 }
 
@@ -98,8 +98,8 @@ bool LendBuffers(Session& session) {
 // the buffers back.
 void ReclaimBuffers(Session& session) {
   CameraAnalysisDeliverFrame& record = Record();
-  record.Enabled().store(0);
-  while (record.Writing().load()) SleepPoll();
+  record.SetEnabled(false);
+  while (record.IsWriting()) SleepPoll();
   for (int which = 0; which < 2; ++which) {
     std::atomic_ref<uint8_t*>(record.buffer[which]).store(nullptr, std::memory_order_relaxed);
     free(session.blocks[which]);

@@ -132,8 +132,7 @@ void EndEarlierCameraOnline() {
 void PrepareDeliveryRecord(int width, int height) {
   CameraAnalysisDeliverFrame& record = CameraAnalysisDeliverFrame_Inst;
   record.base = {CameraAnalysisTypeDeliverFrame, nullptr, width, height};
-  record.Enabled().store(0);
-  record.Writing().store(0);
+  record.Flags().store(0, std::memory_order_release);
   record.Init();
 }
 

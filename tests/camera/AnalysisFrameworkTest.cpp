@@ -128,30 +128,6 @@ TEST_F(CameraFrameworkTest, SetupWithNullChainStartsNothing) {
   FakeCamera::Uninstall();
 }
 
-// Settings come from the first counter record, the change variable from the
-// last one, since each Init overwrites it.
-TEST_F(CameraFrameworkTest, TwoCounterRecordsSplitSettingsAndChangeVariable) {
-  FakeCamera& camera = FakeCamera::Install();
-  int16_t firstCount = 0, lastCount = 0;
-  uint8_t firstChange = 0, lastChange = 0;
-  CameraAnalysisCounter first = MakeCounter(48, 32, &firstCount, &firstChange);
-  CameraAnalysisCounter last = MakeCounter(96, 64, &lastCount, &lastChange);
-  last.frameRate = 5;
-  first.base.next = &last.base;
-  StartCapture(&first.base);
-  ASSERT_TRUE(camera.WaitUntilStarved(std::chrono::seconds(60)));
-  EXPECT_EQ(CameraFrameWidth, 48);
-  EXPECT_EQ(CameraFrameHeight, 32);
-  EXPECT_EQ(CameraFrameRate, 10);
-  EXPECT_EQ(camera.RequestedWidth(), 48u);
-  EXPECT_EQ(last.base.width, 48) << "every record gets the capture size";
-  EXPECT_EQ(CameraChangeVar, &lastChange);
-  CaptureOutput output = StopCapture(true, &camera);
-  ASSERT_TRUE(output.ended);
-  EXPECT_THAT(output.out, HasSubstr("Camera parameter record found 48x32 10 fps 50 plf\n"));
-  FakeCamera::Uninstall();
-}
-
 class CameraDeliverFrameTest : public testing::Test {
  protected:
   static constexpr int kCapacity = 16;
@@ -160,7 +136,7 @@ class CameraDeliverFrameTest : public testing::Test {
     record_.capacity = kCapacity;
     record_.buffer[0] = storage_[0];
     record_.buffer[1] = storage_[1];
-    record_.enabled = 1;
+    record_.SetEnabled(true);
     record_.Init();
   }
   void Deliver(std::vector<uint8_t> frame) {
@@ -181,8 +157,8 @@ class CameraDeliverFrameTest : public testing::Test {
 };
 
 // Steps: 'D' delivers the frame, 'T' takes one and expects the frame (empty:
-// nothing to take), 'B' gives buffer 0 back to the record.
-TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDropped) {
+// nothing to take), 'B' gives buffer 0 back to the record, 'I' runs Init.
+TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDroppedAndInitEmptiesTheBuffers) {
   using Frame = std::vector<uint8_t>;
   struct Step {
     char op;
@@ -197,13 +173,17 @@ TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDropped) {
       {"one byte over the capacity, then exactly the capacity",
        [](CameraAnalysisDeliverFrame&) {},
        {{'D', Frame(kCapacity + 1, 1)}, {'T', {}}, {'D', Frame(kCapacity, 2)}, {'T', Frame(kCapacity, 2)}}},
-      {"record disabled", [](CameraAnalysisDeliverFrame& r) { r.enabled = 0; }, {{'D', {1, 2, 3}}, {'T', {}}}},
+      {"record disabled", [](CameraAnalysisDeliverFrame& r) { r.SetEnabled(false); }, {{'D', {1, 2, 3}}, {'T', {}}}},
       {"buffer not yet set by the server",
        [](CameraAnalysisDeliverFrame& r) { r.buffer[0] = nullptr; },
        {{'D', {1, 2, 3}}, {'T', {}}, {'B', {}}, {'D', {4}}, {'T', {4}}}},
       {"both buffers full; the next frame goes to the buffer just freed",
        [](CameraAnalysisDeliverFrame&) {},
        {{'D', {1}}, {'D', {2}}, {'D', {3}}, {'T', {1}}, {'D', {4}}, {'T', {2}}, {'T', {4}}, {'T', {}}}},
+      {"Init empties both buffers but keeps what the server lent",
+       [](CameraAnalysisDeliverFrame&) {},
+       {{'D', {1}}, {'D', {2}}, {'T', {1}}, {'D', {3}}, {'I', {}}, {'T', {}}, {'D', {5}}, {'D', {6}}, {'T', {5}},
+        {'T', {6}}}},
   };
   for (const Case& c : cases) {
     SetUp();
@@ -214,24 +194,13 @@ TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDropped) {
         Deliver(step.frame);
       } else if (step.op == 'B') {
         record_.buffer[0] = storage_[0];
+      } else if (step.op == 'I') {
+        record_.Init();
       } else {
         EXPECT_EQ(Take(), step.frame) << c.name << ", step " << i;
       }
     }
   }
-}
-
-TEST_F(CameraDeliverFrameTest, InitClearsTheHandOverButKeepsTheServersSettings) {
-  Deliver({1});
-  Deliver({2});
-  record_.readIndex = 1;
-  record_.Init();
-  EXPECT_EQ(record_.full[0] | record_.full[1], 0);
-  EXPECT_EQ(record_.size[0] | record_.size[1], 0);
-  EXPECT_EQ(record_.writeIndex | record_.readIndex, 0);
-  EXPECT_EQ(record_.capacity, kCapacity);
-  EXPECT_EQ(record_.enabled, 1);
-  EXPECT_EQ(record_.buffer[1], storage_[1]);
 }
 
 // Each frame holds its sequence number and then a filler whose length and
@@ -288,8 +257,8 @@ TEST_F(CameraDeliverFrameTest, LaggingConsumerSeesWholeFramesInOrderAndStopsClea
 
   // The server's stop: disable, wait until no copy is under way; from then on
   // nothing is written.
-  record_.Enabled().store(0);
-  ASSERT_TRUE(WaitFor([&] { return record_.Writing().load() == 0; }));
+  record_.SetEnabled(false);
+  ASSERT_TRUE(WaitFor([&] { return !record_.IsWriting(); }));
   std::vector<uint8_t> snapshot(&storage_[0][0], &storage_[0][0] + sizeof storage_);
   uint32_t producedAtStop = producer.Produced();
   ASSERT_TRUE(WaitFor([&] { return producer.Produced() > producedAtStop + 100; }));

@@ -28,12 +28,12 @@ TEST(DeliverFrameInstance, AloneInAChainItCapturesWithTheDefaultsAndDeliversFram
   record.capacity = static_cast<int32_t>(frame.size() + 64);
   record.buffer[0] = buffers[0].data();
   record.buffer[1] = buffers[1].data();
-  record.Enabled().store(1);
+  record.SetEnabled(true);
 
   StartCapture(&record.base);
   bool delivered = WaitFor([&] { return record.Full(0).load(std::memory_order_acquire) != 0; });
   CaptureOutput output = StopCapture(true, &camera);
-  record.Enabled().store(0);
+  record.SetEnabled(false);
   const uint32_t requestedWidth = camera.RequestedWidth(), requestedHeight = camera.RequestedHeight();
   camera_devices::FakeCamera::Uninstall();
 
