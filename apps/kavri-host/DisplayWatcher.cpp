@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <thread>
 
-#include "DisplayImage.h"
 #include "kavri/shm_if.h"
 
 namespace {
@@ -21,17 +20,19 @@ TakeDisplayFrame FindTakeDisplayFrame() {
 
 }  // namespace
 
-bool StartDisplayWatcher(const std::string& path) {
+bool StartDisplayWatcher(std::function<void(const uint8_t* frame)> show) {
   TakeDisplayFrame take = FindTakeDisplayFrame();
   if (!take) {
-    fprintf(stderr, "kavri-host: this I/O library cannot hand out display frames; --display-image ignored\n");
+    fprintf(stderr, "kavri-host: this I/O library cannot hand out display frames; no display shown\n");
     return false;
   }
-  std::thread([take, path] {
+  std::thread([take, show] {
     uint8_t frame[KAVRI_DISPLAY_BUFFER_SIZE];
     for (;;) {
-      if (take(frame)) WriteDisplayImage(frame, path.c_str());
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));  // a display's refresh
+      if (take(frame)) show(frame);
+      // One I/O cycle: a frame reaches the panel no later than the next
+      // cycle after the program asked for it.
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
   }).detach();
   return true;

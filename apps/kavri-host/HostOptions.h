@@ -16,6 +16,8 @@ struct HostOptions {
   std::string camera = "sim";  // "sim" or a Video4Linux2 device node
   std::string displayImage;    // empty: no display snapshots
   std::string screenImage;     // empty: no touch-screen snapshots
+  int webPort = -1;            // the browser panel's port; -1: no panel, 0: any free port
+  std::string webBind = "127.0.0.1";
 };
 
 // Parses argv; on --help prints the usage and returns nullopt with `exitCode`

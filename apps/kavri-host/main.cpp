@@ -13,7 +13,11 @@
 #include "HostOptions.h"
 #include "Listening.h"
 #include "TouchScreen.h"
+#ifdef KAVRI_HOST_PANEL
+#include "PanelHost.h"
+#endif
 #include "camera_devices/SimCamera.h"
+#include "DisplayImage.h"
 #include "kavri/CameraDevice.h"
 #include "kavri/KavriLib.h"
 
@@ -36,6 +40,9 @@ const char* ProgramStateText(int32_t state) {
 void PrintProgramInfo(KavriLib_ProgramInfo* info) {
   printf("kavri-host: program %s%s%s: %s (state %d)\n", info->name ? "\"" : "", info->name ? info->name : "-",
          info->name ? "\"" : "", ProgramStateText(info->state), info->state);
+#ifdef KAVRI_HOST_PANEL
+  PanelProgramInfo(info->name, info->state, ProgramStateText(info->state));
+#endif
 }
 
 FILE* OpenOrComplain(const std::string& path, const char* mode, const char* what) {
@@ -92,7 +99,22 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   if (!ConfigureLibrary(*options)) return 1;
-  if (!options->displayImage.empty()) StartDisplayWatcher(options->displayImage);
+  const bool panel = options->webPort >= 0;
+  if (panel) {
+#ifdef KAVRI_HOST_PANEL
+    // Before the library's first line, so that the panel's log has it too.
+    if (StartPanel(options->webBind, options->webPort) < 0) return 1;
+#else
+    fprintf(stderr, "kavri-host: this build has no browser panel (built without cpp-httplib); --web ignored\n");
+#endif
+  }
+  if (!options->displayImage.empty() || panel)
+    StartDisplayWatcher([path = options->displayImage](const uint8_t* frame) {
+      if (!path.empty()) WriteDisplayImage(frame, path.c_str());
+#ifdef KAVRI_HOST_PANEL
+      PanelDisplayFrame(frame);
+#endif
+    });
   if (!options->screenImage.empty()) StartScreenWatcher(options->screenImage);
   if (!KavriLib_Init()) return 1;
   // The server thread binds on its own and ends the process if it cannot;
@@ -110,5 +132,8 @@ int main(int argc, char** argv) {
   // from touching objects torn down under them. Open files are flushed here
   // and closed by the system.
   fflush(nullptr);
+#ifdef KAVRI_HOST_PANEL
+  FlushPanelOutput();
+#endif
   _exit(0);
 }

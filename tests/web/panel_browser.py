@@ -4,7 +4,7 @@ display, its touch page pressed with the mouse, an input forced from the page,
 its end with the exit code, and the page finding a restarted controller.
 
 Usage: panel_browser.py --host KAVRI_HOST --pc KAVRI_PC --program SOURCE.c
-                        [--screenshot PNG]
+                        --camera-program SOURCE.c [--screenshot PNG]
 KAVRI_RUN_PREFIX (the emulator's command line) runs both programs."""
 import argparse
 import os
@@ -126,7 +126,7 @@ def tap(driver, point):
 
 def main():
     parser = argparse.ArgumentParser()
-    for name in ("--host", "--pc", "--program"):
+    for name in ("--host", "--pc", "--program", "--camera-program"):
         parser.add_argument(name, required=True)
     parser.add_argument("--screenshot")
     args = parser.parse_args()
@@ -161,7 +161,7 @@ def main():
                 pc(args, controller, "run", image, "--name", "counter")
                 wait_until("the program to run", lambda: text_of(driver, "program-running") == "yes")
                 wait_until("the display to change", lambda: display_frame(driver) not in ("", blank))
-                wait_until("the start message", lambda: "start requested" in text_of(driver, "program-state"))
+                wait_until("the program's name", lambda: text_of(driver, "program-name") == "counter")
 
             def button_changes_display():
                 wait_until("the touch page on the screen", lambda: int(
@@ -198,6 +198,15 @@ def main():
                 if f"Program terminated with code {END_CODE}" not in log:
                     raise AssertionError("the log lacks the end: " + log[-400:])
 
+            def camera_shows():
+                camera_image = os.path.join(work, "camera.img")
+                pc(args, controller, "build", args.camera_program, "-o", camera_image)
+                pc(args, controller, "run", camera_image, "--ram")
+                wait_until("the camera's rate", lambda: "frames/s" in text_of(driver, "camera-rate"))
+                wait_until("a camera picture", lambda: driver.execute_script(
+                    "return document.getElementById('camera').naturalWidth") == 320)
+                pc(args, controller, "stop")
+
             def bad_requests_leave_the_link_alone():
                 # Straight from the page's own script, as a misbehaving page would send them.
                 statuses = driver.execute_async_script("""
@@ -227,6 +236,8 @@ def main():
                 check("the program's end shows with its exit code", end_shows_code)
             check("bad requests get errors and the PC link still answers", bad_requests_leave_the_link_alone)
             check("the page reconnects to a restarted controller", reconnects_after_restart)
+            # On the fresh controller: the first one has already run a program.
+            check("the camera's picture shows while a program captures", camera_shows)
         except Exception as error:
             print(f"FAILED: setting up: {error}", flush=True)
             failed += 1

@@ -25,6 +25,7 @@ namespace {
 
 // Set once by StartPanel, then only read; the panel lives as long as the process.
 std::atomic<PanelState*> panelState{nullptr};
+PanelServer* panelServer = nullptr;  // kept where the leak check at exit finds it
 
 template <typename Function>
 Function Find(const char* name) {
@@ -213,12 +214,12 @@ void Sample(PanelState& state) {
 
 }  // namespace
 
-bool StartPanel(const std::string& address, int port) {
+int StartPanel(const std::string& address, int port) {
   // Lives to the process' end, like the threads that use it.
   auto* state = new PanelState;
-  auto* server = new PanelServer(*state, FindDevices());
-  const int bound = server->Start(address, port);
-  if (bound < 0) return false;
+  panelServer = new PanelServer(*state, FindDevices());
+  const int bound = panelServer->Start(address, port);
+  if (bound < 0) return -1;
   // A browser that vanishes is a failed write, not the end of the controller.
   signal(SIGPIPE, SIG_IGN);
   outputTee.Start(*state);
@@ -227,7 +228,7 @@ bool StartPanel(const std::string& address, int port) {
   std::thread([state] { Sample(*state); }).detach();
   const bool v6 = address.find(':') != std::string::npos;
   printf("kavri-host: panel on http://%s%s%s:%d/\n", v6 ? "[" : "", address.c_str(), v6 ? "]" : "", bound);
-  return true;
+  return bound;
 }
 
 void PanelProgramInfo(const char* name, int32_t state, const char* stateText) {

@@ -9,8 +9,9 @@
 
 // Starts the panel on `address`:`port` (0: a free port) and says where on
 // standard output. Call before the library prints anything and after the
-// camera is chosen. False after a message if it cannot listen.
-bool StartPanel(const std::string& address, int port);
+// camera is chosen. Returns the port, or -1 after a message if it cannot
+// listen.
+int StartPanel(const std::string& address, int port);
 // What the host hears; no-ops while no panel runs.
 void PanelProgramInfo(const char* name, int32_t state, const char* stateText);
 void PanelDisplayFrame(const uint8_t* frame);

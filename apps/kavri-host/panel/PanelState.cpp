@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -165,10 +164,12 @@ std::string PanelState::NextEvents(PanelCursor& cursor, std::chrono::millisecond
   std::unique_lock lock(mutex_);
   if (!changed_.wait_for(lock, wait, [&] { return NewerLocked(cursor); })) return {};
   if (closed_) return {};
-  // Changes that come together (a display and its outputs) leave together.
-  lock.unlock();
-  std::this_thread::sleep_for(kStreamGap);
-  lock.lock();
+  // A stream that just sent waits out the gap, so that changes coming close
+  // together leave together; an idle one sends at once, and so does a new
+  // display picture, which a person watches for.
+  const auto due = cursor.sent + kStreamGap;
+  changed_.wait_until(lock, due, [&] { return closed_ || displayVersion_ > cursor.display; });
+  cursor.sent = std::chrono::steady_clock::now();
   return EventsLocked(cursor);
 }
 

@@ -40,6 +40,7 @@ struct PanelProgram {
 // Per stream: the versions it has sent.
 struct PanelCursor {
   uint64_t display = 0, screen = 0, io = 0, program = 0, camera = 0, log = 0;
+  std::chrono::steady_clock::time_point sent{};
 };
 
 class PanelState {
