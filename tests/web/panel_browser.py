@@ -208,7 +208,6 @@ def main():
                 pc(args, controller, "stop")
 
             def bad_requests_leave_the_link_alone():
-                # Straight from the page's own script, as a misbehaving page would send them.
                 statuses = driver.execute_async_script("""
                     const done = arguments[arguments.length - 1];
                     Promise.all([
