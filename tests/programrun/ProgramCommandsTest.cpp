@@ -77,7 +77,7 @@ TEST_F(ProgramCommands, DownloadAndRunSendTheImageWithItsNameAndFlag) {
       {{"--json", "run", "--ram"}, "kavri-cli-", 1, KavriCmdStartCode, "\"started\":1"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.words[0] + " " + c.words[1]);
+    SCOPED_TRACE(c.words.back());
     DownloadScript script;
     ToolRun run;
     {
