@@ -47,6 +47,10 @@ extern FILE* CameraFile;
 /* The system version file; a host or a test may point it elsewhere before
    KavriLib_Init. Defaults to "/etc/sysversion". */
 extern const char* SysVersionFile;
+/* The local IPv4 address, in dotted form, that the PC link and camera
+   servers listen on. NULL or "" (the default): every address. Read by
+   KavriLib_Init, which fails if it is not an IPv4 address. */
+extern const char* KavriBindAddress;
 
 int KavriLib_Init(void);
 void KavriLib_Terminate(void);

@@ -24,9 +24,22 @@ constexpr int kStopPolls = 100;
 constexpr useconds_t kStopPollMicroseconds = 10000;
 
 CameraAnalysisCounter* FindParameterRecord(CameraAnalysisBase* chain) {
-  for (CameraAnalysisBase* record = chain; record; record = record->next)
-    if (record->type == CameraAnalysisTypeCounter) return reinterpret_cast<CameraAnalysisCounter*>(record);
-  return nullptr;
+  CameraAnalysisCounter* found = nullptr;
+  CameraWalkChain(chain, [&found](CameraAnalysisBase& record, int) {
+    if (!found && record.type == CameraAnalysisTypeCounter) found = reinterpret_cast<CameraAnalysisCounter*>(&record);
+  });
+  return found;
+}
+
+// Once per start, so that a looping chain is reported but not every frame.
+void ReportChainShape(const CameraAnalysisBase* chain) {
+  const CameraChainExtent extent = CameraMeasureChain(chain);
+  if (extent.cut)
+    fprintf(stderr, "ERROR camera analysis chain longer than %d records or looping: the rest is ignored\n",
+            kCameraChainMaxRecords);
+  else if (extent.loops)
+    fprintf(stderr, "ERROR camera analysis chain loops back after %d records: each is analysed once a frame\n",
+            extent.records);
 }
 
 void TakeCaptureSettings(const CameraAnalysisCounter& parameters) {
@@ -89,6 +102,42 @@ void RaiseChangeVar() {
 
 }  // namespace
 
+// Brent's cycle search: a hare runs ahead in power-of-two stretches and a
+// tortoise waits at the start of each; they meet only if the chain loops,
+// after a number of steps proportional to the records it holds.
+CameraChainExtent CameraMeasureChain(const CameraAnalysisBase* chain) {
+  constexpr int kStepLimit = 4 * kCameraChainMaxRecords;
+  if (!chain) return {0, false, false};
+  const CameraAnalysisBase* tortoise = chain;
+  const CameraAnalysisBase* hare = chain->next;
+  int stretch = 1, cycle = 1, walked = 1;
+  while (hare != tortoise) {
+    if (!hare) return {std::min(walked, kCameraChainMaxRecords), false, walked > kCameraChainMaxRecords};
+    if (walked >= kStepLimit) return {kCameraChainMaxRecords, false, true};
+    if (stretch == cycle) {
+      tortoise = hare;
+      stretch *= 2;
+      cycle = 0;
+    }
+    hare = hare->next;
+    ++cycle;
+    ++walked;
+  }
+  // The loop is `cycle` records long; it starts where a walker that set off
+  // `cycle` records later catches up with one from the head.
+  const CameraAnalysisBase* behind = chain;
+  const CameraAnalysisBase* ahead = chain;
+  for (int step = 0; step < cycle; ++step) ahead = ahead->next;
+  int lead = 0;
+  while (behind != ahead) {
+    behind = behind->next;
+    ahead = ahead->next;
+    ++lead;
+  }
+  const int distinct = lead + cycle;
+  return {std::min(distinct, kCameraChainMaxRecords), true, distinct > kCameraChainMaxRecords};
+}
+
 extern "C" {
 
 void CameraSetup(CameraAnalysisBase* chain) {
@@ -100,6 +149,7 @@ void CameraSetup(CameraAnalysisBase* chain) {
 }
 
 void CameraInitAnalysis(CameraAnalysisBase* chain, int width, int height) {
+  ReportChainShape(chain);
   CameraWalkChain(chain, [width, height](CameraAnalysisBase& record, int) {
     record.width = width;
     record.height = height;

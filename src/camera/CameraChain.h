@@ -4,12 +4,28 @@
 
 #include "kavri/CameraAnalysis.h"
 
-// Visits every record in chain order with its index, counted over all
-// records, the ones no analysis handles included.
+// The chain comes from downloaded code: a `next` that points back would keep
+// the capture thread walking for ever and have records set up twice (and
+// freed twice), so every walk covers each record at most once and never
+// more than this many.
+inline constexpr int kCameraChainMaxRecords = 1024;
+
+struct CameraChainExtent {
+  int records;  // how many records a walk visits
+  bool loops;   // the chain comes back to a record it already passed
+  bool cut;     // more distinct records than kCameraChainMaxRecords
+};
+
+CameraChainExtent CameraMeasureChain(const CameraAnalysisBase* chain);
+
+// Visits the chain's records in order with their index, counted over all
+// records, the ones no analysis handles included; see CameraMeasureChain.
 template <typename Visit>
 void CameraWalkChain(CameraAnalysisBase* chain, Visit visit) {
-  int index = 0;
-  for (CameraAnalysisBase* record = chain; record; record = record->next, ++index) visit(*record, index);
+  const int records = CameraMeasureChain(chain).records;
+  CameraAnalysisBase* record = chain;
+  // The program may relink while a walk runs; a null ends it all the same.
+  for (int index = 0; index < records && record; ++index, record = record->next) visit(*record, index);
 }
 
 // Calls operation with the record as its own class; codes without an

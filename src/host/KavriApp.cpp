@@ -15,6 +15,7 @@ int32_t KavriServerPort = 0;
 int32_t CameraServerPort = 0;
 FILE* CameraFile = nullptr;
 const char* SysVersionFile = "/etc/sysversion";
+const char* KavriBindAddress = nullptr;
 
 std::atomic<bool> DataAreaDownloadValid{false};
 char* DownloadDataPath = nullptr;
@@ -79,6 +80,7 @@ int KavriLib_Init(void) {
          KAVRI_VERSION_REVISION);
   ReadSysVersion();
   FormatVersionTexts();
+  if (!kavri::ChooseListenAddress(KavriBindAddress)) return 0;
   return StartThreadKavriServer();
 }
 

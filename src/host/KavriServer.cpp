@@ -6,6 +6,7 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +19,9 @@
 namespace kavri {
 
 namespace {
+
+// Network order; written once by KavriLib_Init before any listener exists.
+std::atomic<uint32_t> ListenAddress{htonl(INADDR_ANY)};
 
 [[noreturn]] void FailServer(const char* message) {
   fputs(message, stderr);
@@ -97,6 +101,20 @@ void SetSocketTimeouts(int fd) {
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
 }
 
+bool ChooseListenAddress(const char* text) {
+  if (!text || !*text) {
+    ListenAddress.store(htonl(INADDR_ANY), std::memory_order_relaxed);
+    return true;
+  }
+  in_addr parsed{};
+  if (inet_pton(AF_INET, text, &parsed) != 1) {
+    fprintf(stderr, "ERROR bind address \"%s\" is not an IPv4 address such as 127.0.0.1\n", text);
+    return false;
+  }
+  ListenAddress.store(parsed.s_addr, std::memory_order_relaxed);
+  return true;
+}
+
 int CreateListeningSocket(int port) {
   int fd = socket(AF_INET, SOCK_STREAM, 0);
   if (fd < 0) FailServer("ERROR calling socket\n");
@@ -105,7 +123,7 @@ int CreateListeningSocket(int port) {
   SetSocketTimeouts(fd);
   sockaddr_in address{};
   address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_ANY);
+  address.sin_addr.s_addr = ListenAddress.load(std::memory_order_relaxed);
   address.sin_port = htons(static_cast<uint16_t>(port));
   if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) < 0)
     FailServer("ERROR calling bind. Do you try to run KavriApp or service twice?\n");

@@ -23,8 +23,11 @@ namespace kavri {
 
 inline constexpr int kSocketTimeoutSeconds = 5;
 
-// Socket, options, bind to any address and listen with a backlog of 1; a
-// failure ends the process with status 1, as a server that cannot listen
+// Takes the host's bind address for every later listener: null or empty is
+// any address. Prints why and returns false if it is not dotted IPv4.
+bool ChooseListenAddress(const char* text);
+// Socket, options, bind to the chosen address and listen with a backlog of 1;
+// a failure ends the process with status 1, as a server that cannot listen
 // has no purpose.
 int CreateListeningSocket(int port);
 void SetSocketTimeouts(int fd);

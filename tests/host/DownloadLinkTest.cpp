@@ -1,48 +1,17 @@
-// Download and the address table seen from a PC: a TCP client on loopback
-// and a controller in a child process.
+// The address table seen from a PC: a TCP client on loopback and a
+// controller in a child process.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "ControllerProcess.h"
-#include "ProgramImage.h"
 #include "TestClient.h"
 #include "host/DownloadMode.h"
 #include "kavri/LinkProtocol.h"
 #include "kavri/TextGrph.h"
 
 namespace {
-
-int32_t EndAtOnce() { return 1; }
-
-TEST(DownloadLink, PcLeavingAfterAnyByteLeavesTheServerReadyAndNoHalfCodeStartable) {
-  ControllerProcess controller;
-  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
-  const std::vector<uint8_t> whole = DownloadCommandBytes("cut", true, ImageJumpingTo(EndAtOnce));
-  auto startCodeValue = [&] {
-    TestClient client(controller.port());
-    client.SendWord(KavriCmdStartCode);
-    std::vector<uint8_t> reply = client.Receive(sizeof(xoIF2013Reply_StartCode));
-    uint32_t words[2] = {0, 99};
-    memcpy(words, reply.data(), std::min(reply.size(), sizeof words));
-    EXPECT_EQ(words[0], KavriReplyStartCode);
-    return words[1];
-  };
-  for (size_t cut = 0; cut < whole.size(); ++cut) {
-    SCOPED_TRACE(cut);
-    {
-      TestClient client(controller.port());
-      client.Send(whole.data(), whole.size());
-      ASSERT_EQ(client.Receive(4).size(), 4u);
-    }
-    { TestClient(controller.port()).Send(whole.data(), cut); }
-    // Inside the extension nothing was touched yet; inside the code the
-    // earlier program is gone and the half that came must not run.
-    EXPECT_EQ(startCodeValue(), cut < sizeof(xoIF2013Command_DownloadCode) ? 1u : 0u);
-  }
-  EXPECT_TRUE(controller.WaitForStderr("ERROR connection closed or timed out after 0 of "));
-}
 
 TEST(DownloadLink, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
   ControllerProcess controller;

@@ -125,19 +125,6 @@ TEST_F(LinkServer, CommandWordSplitOverTwoSegmentsIsRejected) {
   EXPECT_EQ(controller_->Stdout().find("Received query status command"), std::string::npos);
 }
 
-TEST_F(LinkServer, PcThatLeavesMidCommandLeavesTheServerReady) {
-  Start();
-  const uint32_t word = KavriCmdQueryStatus;
-  for (size_t sent = 0; sent < sizeof word; ++sent) {
-    SCOPED_TRACE(sent);
-    {
-      TestClient client(port());
-      client.Send(&word, sent);
-    }
-    EXPECT_EQ(QueryStatus(port()).size(), 24u);
-  }
-}
-
 TEST_F(LinkServer, SecondPcIsServedAfterTheFirstCloses) {
   Start();
   auto first = std::make_unique<TestClient>(port());

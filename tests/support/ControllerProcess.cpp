@@ -45,6 +45,7 @@ void RedirectTo(const std::string& path, int fd) {
   DebugFile = fopen((directory + "/debug").c_str(), "w");
   setvbuf(DebugFile, nullptr, _IONBF, 0);
   KavriServerPort = port;
+  if (config.beforeInit) config.beforeInit();
   if (!KavriLib_Init()) _exit(3);
   if (config.afterInit) config.afterInit();
   for (;;) pause();

@@ -20,6 +20,8 @@ struct ControllerConfig {
   // Standard output fully buffered, as a service's is when it goes to a file;
   // tests leave it unbuffered so that they can watch it line by line.
   bool bufferedOutput = false;
+  // Runs in the child before KavriLib_Init, e.g. to set a host variable.
+  std::function<void()> beforeInit;
   // Runs in the child after KavriLib_Init, e.g. to print library state.
   std::function<void()> afterInit;
 };
