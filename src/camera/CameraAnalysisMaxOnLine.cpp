@@ -60,6 +60,16 @@ int32_t BalancedSum(const int32_t* channel, int64_t i, int32_t gain) {
   return sum;
 }
 
+// floor(0.5 + v) as the controller's conversion gives it: out of range
+// saturates, not a number gives 0.
+int32_t SaturatingRound(float v) {
+  const float rounded = std::floor(0.5f + v);
+  if (rounded != rounded) return 0;
+  if (rounded <= -2147483648.0f) return INT32_MIN;
+  if (rounded >= 2147483648.0f) return INT32_MAX;
+  return int32_t(rounded);
+}
+
 }  // namespace
 
 void CameraAnalysisMaxOnLine::Init() {
@@ -74,18 +84,21 @@ void CameraAnalysisMaxOnLine::Init() {
   if (colorAxis) {
     int32_t dR = int32_t(lineColorR) - backgroundColorR, dG = int32_t(lineColorG) - backgroundColorG,
             dB = int32_t(lineColorB) - backgroundColorB;
-    int32_t distance = dR * dR + dG * dG + dB * dB;
+    // Wrapping and saturating as on the controller: colours outside 0..255
+    // overflow the squares, nearly equal ones the weighted floor colour.
+    int32_t distance = CameraAdd32(CameraAdd32(CameraMul32(dR, dR), CameraMul32(dG, dG)), CameraMul32(dB, dB));
     if (distance == 0) {
       fprintf(stderr, "ERROR camera line record with equal line and floor colours\n");
       return;
     }
     // Single precision on purpose: the weights are part of the results.
     float scale = 65025.0f / float(distance) * 255.0f;
-    weightR = int32_t(std::floor(0.5f + float(dR) * scale));
-    weightG = int32_t(std::floor(0.5f + float(dG) * scale));
-    weightB = int32_t(std::floor(0.5f + float(dB) * scale));
-    weightOffset = -(weightR * int32_t(backgroundColorR) + weightG * int32_t(backgroundColorG) +
-                     weightB * int32_t(backgroundColorB));
+    weightR = SaturatingRound(float(dR) * scale);
+    weightG = SaturatingRound(float(dG) * scale);
+    weightB = SaturatingRound(float(dB) * scale);
+    weightOffset = CameraSub32(0, CameraAdd32(CameraAdd32(CameraMul32(weightR, backgroundColorR),
+                                                          CameraMul32(weightG, backgroundColorG)),
+                                              CameraMul32(weightB, backgroundColorB)));
   } else if (brightLine) {
     weightR = weightG = weightB = 65536;
   } else {
