@@ -155,8 +155,13 @@ TEST_F(LineFinder2, InitConvertsWidthsAndThresholdToSamples) {
 // nothing found, and nothing touched outside the five slots, the buffers or
 // the frame.
 TEST_F(LineFinder2, UnsafeRecordsStayInsideTheirSlotsAndBuffers) {
-  // Tweak, message, lines found (the stripe at 45), slots written, change after start.
-  const std::tuple<Tweak, const char*, int, int, Tweak> cases[] = {
+  struct Case {
+    Tweak tweak;
+    const char* message;
+    int found, written;  // lines found (the stripe at 45), slots written
+    Tweak afterInit;
+  };
+  const Case cases[] = {
       {[](auto& r) { r.rangeMin = r.rangeMax = 40; }, "range min equal to range max", 0, 5, {}},
       {[](auto& r) { r.lineCountMax = 9; }, "asks for 9 lines, 5 taken", 1, 5, {}},
       {[](auto& r) { r.lineCountMax = -2; }, "asks for -2 lines, 0 taken", 0, 0, {}},
