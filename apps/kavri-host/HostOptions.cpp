@@ -24,7 +24,8 @@ std::optional<HostOptions> ParseHostOptions(int argc, const char* const* argv, i
                  "write the 128x64 display to this file (.png, else PBM) each time a program updates it");
   app.add_option("--screen-image", options.screenImage, "write the 240x320 touch screen to this PNG whenever it changes");
   AddNumberOption(app, "--web", options.webPort, 0, 65535,
-                  "serve the controller's panel to a browser on this port (0: a free one, printed)");
+                  "serve the controller's panel to a browser on this port (0: a free one, printed)")
+      ->default_str("off");
   app.add_option("--web-bind", options.webBind, "address the panel listens on; anything but loopback lets others in")
       ->check(CLI::Validator([](std::string& v) { return v.empty() ? "must not be empty" : ""; }, ""));
   try {
