@@ -54,6 +54,10 @@ TEST_F(Sliders, FocusVariantsRedrawOnlyTheKnob) {
   EXPECT_EQ(CountSet(), 2 * 5 + 2 * 7);
   EXPECT_EQ(CountSetIn(28, 10, 5, 9), CountSet());
   Fill(0);
+  TextGrph_DrawSliderFocusHor(10, 10, 40, 7, 50, 0, 1, 100, 0, 1);  // odd thickness: a knob (7 + 1) / 2 = 4 long
+  EXPECT_EQ(CountSetIn(28, 10, 5, 8), 2 * 5 + 2 * 6);
+  EXPECT_EQ(CountSet(), 2 * 5 + 2 * 6);
+  Fill(0);
   TextGrph_DrawSliderFocusVert(80, 5, 10, 40, 20, 10, 2, 10, 7, 7);
   EXPECT_EQ(CountSet(), 6 + 2 + 2 + 5);
   EXPECT_EQ(CountSetIn(80, 22, 11, 6), CountSet());
