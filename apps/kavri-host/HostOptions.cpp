@@ -1,5 +1,7 @@
 #include "HostOptions.h"
 
+#include <arpa/inet.h>
+
 #include <cstdio>
 
 #include "CliNumber.h"
@@ -28,6 +30,14 @@ std::optional<HostOptions> ParseHostOptions(int argc, const char* const* argv, i
       ->default_str("off");
   app.add_option("--web-bind", options.webBind, "address the panel listens on; anything but loopback lets others in")
       ->check(CLI::Validator([](std::string& v) { return v.empty() ? "must not be empty" : ""; }, ""));
+  app.add_option("--bind", options.bindAddress,
+                 "listen for the PC and the camera stream on this local IPv4 address only (default: all)")
+      ->check(CLI::Validator(
+          [](std::string& v) {
+            in_addr parsed;
+            return inet_pton(AF_INET, v.c_str(), &parsed) == 1 ? "" : "must be an IPv4 address such as 127.0.0.1";
+          },
+          "ADDR"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

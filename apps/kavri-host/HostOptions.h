@@ -18,6 +18,7 @@ struct HostOptions {
   std::string screenImage;     // empty: no touch-screen snapshots
   int webPort = -1;            // the browser panel's port; -1: no panel, 0: any free port
   std::string webBind = "127.0.0.1";
+  std::string bindAddress;     // empty: the servers listen on every address
 };
 
 // Parses argv; on --help prints the usage and returns nullopt with `exitCode`

@@ -1,15 +1,13 @@
 // Online mode's commands: what they put into the transfer area and what they
 // answer. The handlers run in this process on one end of a socket pair, with
-// the I/O library stand-in; the connection-level cases use a real controller.
+// the I/O library stand-in.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "ControllerProcess.h"
 #include "LinkHandlerCall.h"
-#include "TestClient.h"
 #include "host/OnlineMode.h"
 #include "host/KavriState.h"
 #include "kavri/MotorIOLib.h"
@@ -225,45 +223,6 @@ TEST_F(OnlineCommand, StopOnlineClearsTheOutputsOnlyOnceThePcHasItsReply) {
       for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
     } else {
       EXPECT_EQ(0, memcmp(Area(), before.data(), KAVRI_TRANS_AREA_SIZE));
-    }
-  }
-}
-
-// Whole commands as a PC sends them, each in one write.
-std::vector<std::vector<uint8_t>> EveryOnlineCommand() {
-  auto bytes = [](const auto& packet) {
-    const auto* start = reinterpret_cast<const uint8_t*>(&packet);
-    return std::vector<uint8_t>(start, start + sizeof packet);
-  };
-  return {
-      bytes(xoIF2013Command_StartOnline{KavriCmdStartOnline, "robot"}),
-      bytes(xoIF2013Command_UpdateConfig{KavriCmdUpdateConfig, 3}),
-      bytes(xoIF2013Command_IoExchange{KavriCmdIoExchange, {512}}),
-      bytes(xoIF2013Command_Base{KavriCmdStopOnline}),
-      bytes(xoIF2013Command_StartCameraOnline{KavriCmdStartCameraOnline, 64, 48, 30, 50}),
-      bytes(xoIF2013Command_Base{KavriCmdStopCameraOnline}),
-  };
-}
-
-bool StatusAnswered(int port) {
-  TestClient client(port);
-  client.SendWord(KavriCmdQueryStatus);
-  return client.Receive(sizeof(xoIF2013Reply_QueryStatus)).size() == sizeof(xoIF2013Reply_QueryStatus);
-}
-
-TEST(OnlineLink, PcLeavingPartWayThroughAnyCommandLeavesTheServerServing) {
-  ControllerProcess controller;
-  ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
-  for (const std::vector<uint8_t>& command : EveryOnlineCommand()) {
-    uint32_t code;
-    memcpy(&code, command.data(), sizeof code);
-    for (size_t sent = 0; sent < command.size(); ++sent) {
-      SCOPED_TRACE(::testing::Message() << "command 0x" << std::hex << code << std::dec << " cut after " << sent);
-      {
-        TestClient client(controller.port());
-        client.Send(command.data(), sent);
-      }
-      ASSERT_TRUE(StatusAnswered(controller.port())) << controller.Stderr();
     }
   }
 }

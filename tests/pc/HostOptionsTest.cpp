@@ -49,6 +49,7 @@ TEST(HostOptions, MistakesExitWith2AndHelpWith0) {
       {{"--port", "65536"}, 2},  {{"--port", "0"}, 2},          {{"--port", "8o8o"}, 2},
       {{"--port"}, 2},           {{"--debug-flags", "-1"}, 2},  {{"--programs", ""}, 2},
       {{"--frob", "1"}, 2},      {{"stray"}, 2},                {{"--help"}, 0},
+      {{"--bind", "localhost"}, 2}, {{"--bind", "300.1.1.1"}, 2}, {{"--bind", ""}, 2},
   };
   for (const auto& [words, expected] : cases) {
     SCOPED_TRACE(words[0] + (words.size() > 1 ? " " + words[1] : ""));
