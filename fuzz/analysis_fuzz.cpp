@@ -135,6 +135,13 @@ void Run(FuzzInput& in, ProgramMemory& memory, int32_t type) {
   CameraUninitAnalysis(&record.base);
 }
 
+// Types 1 to 7 in order.
+using Runner = void (*)(FuzzInput&, ProgramMemory&, int32_t);
+constexpr Runner kRunByType[] = {Run<CameraAnalysisDeliverFrame>,    Run<CameraAnalysisMaxOnLine>,
+                                 Run<CameraAnalysisMaxOnLine2>,      Run<CameraAnalysisColorField>,
+                                 Run<CameraAnalysisChangeDetect>,    Run<CameraAnalysisBallSingleBlock>,
+                                 Run<CameraAnalysisBallMultiBlock>};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -159,29 +166,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   uint8_t changeFlag = 0;
   CameraChangeVar = (in.Take<uint8_t>() & 1) ? &changeFlag : nullptr;
   ProgramMemory memory(in.Take<uint32_t>());
-  switch (kind % 7 + 1) {
-    case CameraAnalysisTypeDeliverFrame:
-      Run<CameraAnalysisDeliverFrame>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeMaxOnLine:
-      Run<CameraAnalysisMaxOnLine>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeMaxOnLine2:
-      Run<CameraAnalysisMaxOnLine2>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeColorField:
-      Run<CameraAnalysisColorField>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeChangeDetect:
-      Run<CameraAnalysisChangeDetect>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeBallSingleBlock:
-      Run<CameraAnalysisBallSingleBlock>(in, memory, kind % 7 + 1);
-      break;
-    case CameraAnalysisTypeBallMultiBlock:
-      Run<CameraAnalysisBallMultiBlock>(in, memory, kind % 7 + 1);
-      break;
-  }
+  const int32_t type = kind % 7 + 1;
+  kRunByType[type - 1](in, memory, type);
   CameraChangeVar = nullptr;
   return 0;
 }

@@ -46,72 +46,45 @@ constexpr int kFrameWidth = 64;
 constexpr int kFrameHeight = 48;
 
 bool WriteAnalysisSeeds(const std::string& folder) {
-  CameraAnalysisBase head{0, nullptr, kFrameWidth, kFrameHeight};
-  CameraAnalysisDeliverFrame deliver{};
-  deliver.base = head;
-  deliver.base.type = CameraAnalysisTypeDeliverFrame;
-  deliver.capacity = 4096;
-  deliver.enabled = 1;
-  CameraAnalysisMaxOnLine line{};
-  line.base = head;
-  line.base.type = CameraAnalysisTypeMaxOnLine;
-  line.startX = 0;
-  line.startY = 24;
-  line.endX = 64;
-  line.endY = 24;
-  line.widthMin = 2;
-  line.widthMax = 16;
-  line.peakThreshold = 10;
-  line.contrastThreshold = 5;
-  CameraAnalysisMaxOnLine2 lines{};
-  lines.base = head;
-  lines.base.type = CameraAnalysisTypeMaxOnLine2;
-  lines.startX = 0;
-  lines.startY = 30;
-  lines.endX = 63;
-  lines.endY = 30;
-  lines.widthMin = 20;
-  lines.widthMax = 300;
-  lines.threshold = 20;
-  lines.lineCountMax = 5;
-  lines.color = 1;
-  lines.refine = 1;
-  lines.rangeMin = -1000;
-  lines.rangeMax = 1000;
-  CameraAnalysisColorField field{};
-  field.base = head;
-  field.base.type = CameraAnalysisTypeColorField;
-  field.x = 10;
-  field.y = 10;
-  field.w = 20;
-  field.h = 16;
-  CameraAnalysisChangeDetect change{};
-  change.base = head;
-  change.base.type = CameraAnalysisTypeChangeDetect;
-  change.x = 3;
-  change.y = 4;
-  change.w = 40;
-  change.h = 30;
-  change.threshold = 10;
-  change.minArea = 1;
-  CameraAnalysisBallSingleBlock single{};
-  single.base = head;
-  single.base.type = CameraAnalysisTypeBallSingleBlock;
-  single.blockWidth = kFrameWidth;
-  single.blockHeight = kFrameHeight;
-  single.radiusMin = 2;
-  single.radiusMax = 20;
-  single.threshold = 30;
-  single.xRangeMax = 1000;
-  single.yRangeMax = 1000;
-  CameraAnalysisBallMultiBlock multi{};
-  multi.base = head;
-  multi.base.type = CameraAnalysisTypeBallMultiBlock;
-  multi.blockWidth = kFrameWidth;
-  multi.blockHeight = kFrameHeight;
-  multi.sizeMin = 4;
-  multi.sizeMax = 30;
-  multi.cellSize = 8;
+  auto head = [](int32_t type) { return CameraAnalysisBase{type, nullptr, kFrameWidth, kFrameHeight}; };
+  CameraAnalysisDeliverFrame deliver{.base = head(CameraAnalysisTypeDeliverFrame), .capacity = 4096, .enabled = 1};
+  CameraAnalysisMaxOnLine line{.base = head(CameraAnalysisTypeMaxOnLine),
+                               .startY = 24,
+                               .endX = 64,
+                               .endY = 24,
+                               .widthMin = 2,
+                               .widthMax = 16,
+                               .peakThreshold = 10,
+                               .contrastThreshold = 5};
+  CameraAnalysisMaxOnLine2 lines{.base = head(CameraAnalysisTypeMaxOnLine2),
+                                 .startY = 30,
+                                 .endX = 63,
+                                 .endY = 30,
+                                 .widthMin = 20,
+                                 .widthMax = 300,
+                                 .threshold = 20,
+                                 .lineCountMax = 5,
+                                 .color = 1,
+                                 .refine = 1,
+                                 .rangeMin = -1000,
+                                 .rangeMax = 1000};
+  CameraAnalysisColorField field{.base = head(CameraAnalysisTypeColorField), .x = 10, .y = 10, .w = 20, .h = 16};
+  CameraAnalysisChangeDetect change{
+      .base = head(CameraAnalysisTypeChangeDetect), .x = 3, .y = 4, .w = 40, .h = 30, .threshold = 10, .minArea = 1};
+  CameraAnalysisBallSingleBlock single{.base = head(CameraAnalysisTypeBallSingleBlock),
+                                       .blockWidth = kFrameWidth,
+                                       .blockHeight = kFrameHeight,
+                                       .radiusMin = 2,
+                                       .radiusMax = 20,
+                                       .threshold = 30,
+                                       .xRangeMax = 1000,
+                                       .yRangeMax = 1000};
+  CameraAnalysisBallMultiBlock multi{.base = head(CameraAnalysisTypeBallMultiBlock),
+                                     .blockWidth = kFrameWidth,
+                                     .blockHeight = kFrameHeight,
+                                     .sizeMin = 4,
+                                     .sizeMax = 30,
+                                     .cellSize = 8};
   return WriteRecord(folder, "deliver", deliver) && WriteRecord(folder, "line", line) &&
          WriteRecord(folder, "lines-colour", lines) && WriteRecord(folder, "colour-field", field) &&
          WriteRecord(folder, "change", change) && WriteRecord(folder, "ball-single", single, 0) &&

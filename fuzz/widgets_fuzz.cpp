@@ -44,24 +44,23 @@ struct Program {
     flags.emplace_back(new uint8_t(0));
     return flags.back().get();
   }
+  // A button's or slider's variables.
+  template <class Description>
+  void Bind(Description* d) {
+    d->valueVar = Var();
+    d->changedVar = Var();
+    d->changeFlag = Flag();
+  }
 };
 
 void MakeValid(DisplayWidgetBase* d, Program& program) {
   switch (d->type) {
-    case DisplayWidgetTypeButton: {
-      auto* button = reinterpret_cast<DisplayWidgetButton*>(d);
-      button->valueVar = program.Var();
-      button->changedVar = program.Var();
-      button->changeFlag = program.Flag();
+    case DisplayWidgetTypeButton:
+      program.Bind(reinterpret_cast<DisplayWidgetButton*>(d));
       break;
-    }
-    case DisplayWidgetTypeSlider: {
-      auto* slider = reinterpret_cast<DisplayWidgetSlider*>(d);
-      slider->valueVar = program.Var();
-      slider->changedVar = program.Var();
-      slider->changeFlag = program.Flag();
+    case DisplayWidgetTypeSlider:
+      program.Bind(reinterpret_cast<DisplayWidgetSlider*>(d));
       break;
-    }
     case DisplayWidgetTypeText: {
       auto* text = reinterpret_cast<DisplayWidgetText*>(d);
       bool shown = text->lines >= 0 && text->lines <= kDisplayMaxTextLines && text->columns >= 0 &&
