@@ -2,8 +2,6 @@
 // the host names it, and a clear refusal of anything that is not an address.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "ControllerProcess.h"
@@ -12,23 +10,6 @@
 #include "kavri/LinkProtocol.h"
 
 namespace {
-
-// The local address ("0100007F" for 127.0.0.1) of the socket listening on
-// `port`, from the kernel's table; empty if none listens.
-std::string ListeningAddressHex(int port) {
-  std::ifstream table("/proc/net/tcp");
-  std::string line;
-  char wanted[16];
-  snprintf(wanted, sizeof wanted, ":%04X", port);
-  while (std::getline(table, line)) {
-    std::istringstream fields(line);
-    std::string slot, local, remote, state;
-    fields >> slot >> local >> remote >> state;
-    if (state == "0A" && local.size() > 5 && local.substr(local.size() - 5) == wanted)
-      return local.substr(0, local.size() - 5);
-  }
-  return {};
-}
 
 struct ListenCase {
   const char* bindAddress;

@@ -51,8 +51,13 @@ void RedirectTo(const std::string& path, int fd) {
   for (;;) pause();
 }
 
-// The inode of the socket listening on `port`, from the kernel's table.
-std::string ListeningInode(int port) {
+struct ListeningSocket {
+  std::string local;  // address:port in hexadecimal, as the kernel shows it
+  std::string inode;
+};
+
+// The socket listening on `port`, from the kernel's table; empty if none.
+ListeningSocket FindListening(int port) {
   std::ifstream table("/proc/net/tcp");
   std::string line;
   char wanted[16];
@@ -61,10 +66,12 @@ std::string ListeningInode(int port) {
     std::istringstream fields(line);
     std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout, inode;
     fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >> timeout >> inode;
-    if (state == "0A" && (local + " ").find(wanted) != std::string::npos) return inode;
+    if (state == "0A" && (local + " ").find(wanted) != std::string::npos) return {local, inode};
   }
   return {};
 }
+
+std::string ListeningInode(int port) { return FindListening(port).inode; }
 
 // Whether the socket listening on `port` is one of `pid`'s: another test's
 // controller may hold the same port for a moment.
@@ -171,6 +178,11 @@ int FindFreePort() {
 // Reads the kernel's socket table rather than connecting, so that probing
 // leaves no trace in the server's log.
 bool PortIsListening(int port) { return !ListeningInode(port).empty(); }
+
+std::string ListeningAddressHex(int port) {
+  const std::string local = FindListening(port).local;
+  return local.substr(0, local.find(':'));
+}
 
 std::string ReadWholeFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -59,6 +59,9 @@ class ControllerProcess {
 // A free TCP port on loopback, as the kernel hands them out.
 int FindFreePort();
 bool PortIsListening(int port);
+// The local address of the socket listening on `port` as the kernel shows
+// it ("0100007F" for 127.0.0.1, "00000000" for any); empty if none listens.
+std::string ListeningAddressHex(int port);
 std::string ReadWholeFile(const std::string& path);
 
 #endif
