@@ -68,6 +68,11 @@ TEST_F(LineFinder, FindsWhatTheRulesSay) {
   std::string debug;
   RunFinder(one, {}, &debug);
   EXPECT_EQ(debug, "MOL7-0 p=-62 q=6063 hA=241 wrgb=0/0/0/0 bL=100 bR=64 hRel=141, m=43, w=14\n");
+  // A floor of luma 9 is too dark to balance on: gain 20, so a bright line
+  // of luma 50 sums to 15000 after the box filter and the floor to 2700.
+  RunFinder(StripeFrame(128, 32, Grey(9)).Columns(40, 50, Grey(50)), [](auto& r) { r.brightLine = 1; }, &debug);
+  EXPECT_NE(debug.find(" hA=1176 "), std::string::npos) << debug;
+  EXPECT_NE(debug.find(" bR=211 "), std::string::npos) << debug;
 }
 
 // The same samples from a scan line leaving a small frame on both sides and
