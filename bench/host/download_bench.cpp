@@ -6,16 +6,15 @@
 #include <benchmark/benchmark.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 
 #include "ControllerProcess.h"
 #include "ProgramImage.h"
+#include "PairedTiming.h"
 #include "TestClient.h"
 #include "kavri/LinkProtocol.h"
 #include "motoriolib/MotorIOLibSim.h"
@@ -67,18 +66,13 @@ void BM_Download4MiBAgainstRawTransfer(benchmark::State& state) {
   close(listener);
   TestClient download(controller.port());
   TestClient raw(sinkPort);
-  double downloadSeconds = 0, rawSeconds = 0;
-  for (auto _ : state) {
-    downloadSeconds += TransferSeconds(download, command);
-    rawSeconds += TransferSeconds(raw, command);
-  }
-  kill(sink, SIGKILL);
-  waitpid(sink, nullptr, 0);
-  double iterations = static_cast<double>(state.iterations());
-  state.counters["download_ms"] = 1e3 * downloadSeconds / iterations;
-  state.counters["raw_ms"] = 1e3 * rawSeconds / iterations;
-  state.counters["download_MiB_per_s"] = iterations * 4 / downloadSeconds;
-  state.counters["raw_over_download"] = rawSeconds / downloadSeconds;
+  const PairedSeconds seconds = TimeInTurns(
+      state, [&] { return TransferSeconds(download, command); }, [&] { return TransferSeconds(raw, command); });
+  EndReference(sink);
+  state.counters["download_ms"] = 1e3 * seconds.measured / seconds.iterations;
+  state.counters["raw_ms"] = 1e3 * seconds.reference / seconds.iterations;
+  state.counters["download_MiB_per_s"] = seconds.iterations * 4 / seconds.measured;
+  state.counters["raw_over_download"] = seconds.reference / seconds.measured;
 }
 
 // Shared with the forked controller: when the program's first slice ran.

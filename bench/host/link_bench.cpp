@@ -6,13 +6,12 @@
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 
 #include "ControllerProcess.h"
+#include "PairedTiming.h"
 #include "TestClient.h"
 #include "kavri/LinkProtocol.h"
 
@@ -62,18 +61,13 @@ void BM_StatusQueryAgainstEcho(benchmark::State& state) {
   close(listener);
   TestClient statusClient(controller.port());
   TestClient echoClient(echoPort);
-  double statusSeconds = 0, echoSeconds = 0;
-  for (auto _ : state) {
-    statusSeconds += RoundTripSeconds(statusClient);
-    echoSeconds += RoundTripSeconds(echoClient);
-  }
-  kill(echo, SIGKILL);
-  waitpid(echo, nullptr, 0);
-  double iterations = static_cast<double>(state.iterations());
-  state.counters["status_us"] = 1e6 * statusSeconds / iterations;
-  state.counters["echo_us"] = 1e6 * echoSeconds / iterations;
-  state.counters["status_per_s"] = iterations / statusSeconds;
-  state.counters["ratio"] = statusSeconds / echoSeconds;
+  const PairedSeconds seconds = TimeInTurns(
+      state, [&] { return RoundTripSeconds(statusClient); }, [&] { return RoundTripSeconds(echoClient); });
+  EndReference(echo);
+  state.counters["status_us"] = 1e6 * seconds.measured / seconds.iterations;
+  state.counters["echo_us"] = 1e6 * seconds.reference / seconds.iterations;
+  state.counters["status_per_s"] = seconds.iterations / seconds.measured;
+  state.counters["ratio"] = seconds.measured / seconds.reference;
 }
 
 BENCHMARK(BM_StatusQueryAgainstEcho)->Arg(1)->Arg(0)->MinTime(2.0)->UseRealTime()->Unit(benchmark::kMicrosecond);

@@ -7,17 +7,16 @@
 //   CPU time per frame.
 #include <benchmark/benchmark.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <thread>
 
 #include "ControllerProcess.h"
 #include "LinkHandlerCall.h"
+#include "PairedTiming.h"
 #include "TestClient.h"
 #include "camera_devices/SimCamera.h"
 #include "host/CameraServer.h"
@@ -66,19 +65,15 @@ void BM_IoExchangeAgainstBareRoundTrip(benchmark::State& state) {
   TestClient exchangeClient(controller.port());
   TestClient echoClient(echoPort);
   xoIF2013Command_IoExchange command{KavriCmdIoExchange, {100, 200}};
-  double exchangeSeconds = 0, echoSeconds = 0;
-  for (auto _ : state) {
-    exchangeSeconds += RoundTripSeconds(exchangeClient, command);
-    echoSeconds += RoundTripSeconds(echoClient, command);
-  }
-  kill(echo, SIGKILL);
-  waitpid(echo, nullptr, 0);
-  double iterations = static_cast<double>(state.iterations());
-  state.counters["exchange_us"] = 1e6 * exchangeSeconds / iterations;
-  state.counters["bare_us"] = 1e6 * echoSeconds / iterations;
-  state.counters["exchanges_per_s"] = iterations / exchangeSeconds;
-  state.counters["bare_per_s"] = iterations / echoSeconds;
-  state.counters["rate_ratio"] = echoSeconds / exchangeSeconds;  // goal: at least 0.8
+  const PairedSeconds seconds =
+      TimeInTurns(state, [&] { return RoundTripSeconds(exchangeClient, command); },
+                  [&] { return RoundTripSeconds(echoClient, command); });
+  EndReference(echo);
+  state.counters["exchange_us"] = 1e6 * seconds.measured / seconds.iterations;
+  state.counters["bare_us"] = 1e6 * seconds.reference / seconds.iterations;
+  state.counters["exchanges_per_s"] = seconds.iterations / seconds.measured;
+  state.counters["bare_per_s"] = seconds.iterations / seconds.reference;
+  state.counters["rate_ratio"] = seconds.reference / seconds.measured;  // goal: at least 0.8
 }
 
 BENCHMARK(BM_IoExchangeAgainstBareRoundTrip)->MinTime(2.0)->UseRealTime()->Unit(benchmark::kMicrosecond);
