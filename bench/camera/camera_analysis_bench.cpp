@@ -4,62 +4,20 @@
 // the decoder and the ball finders' runs of equal pixels; the second frame
 // kind adds the grain and shading of a real camera.
 #include <benchmark/benchmark.h>
-#include <time.h>
 
-#include <algorithm>
 #include <vector>
 
-#include "camera_devices/JpegFrames.h"
-#include "camera_devices/SimCamera.h"
+#include "SceneFrames.h"
 #include "kavri/Camera.h"
 #include "kavri/CameraAnalysisBall.h"
 #include "kavri/CameraAnalysisColor.h"
 
 namespace {
 
-constexpr int kWidth = 320, kHeight = 240;
-
-// Processor time of this thread: other builds share the machine.
-double ThreadSeconds() {
-  timespec now;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
-
-std::vector<unsigned char> DecodedImage(const std::vector<uint8_t>& jpeg) {
-  std::vector<unsigned char> image(CameraDecodedAllocation(kWidth, kHeight));
-  xoProJpegDec(const_cast<uint8_t*>(jpeg.data()), int(jpeg.size()), image.data(), int(image.size()));
-  return image;
-}
-
-// Sensor grain (luma +-8, chroma +-4, the same for every frame number so that
-// change detection sees the scene move, not the noise) and a brightness fall
-// towards the corners, re-encoded as the camera would.
-std::vector<uint8_t> CameraLike(const std::vector<uint8_t>& jpeg) {
-  std::vector<unsigned char> image = DecodedImage(jpeg);
-  uint32_t state = 12345;
-  auto grain = [&state](int spread) {
-    state = state * 1103515245u + 12345u;
-    return int((state >> 16) % uint32_t(2 * spread + 1)) - spread;
-  };
-  for (int row = 0; row < kHeight; ++row) {
-    for (int column = 0; column < kWidth; ++column) {
-      unsigned char* pixel = &image[(size_t(row) * kWidth + column) * 2];
-      int dx = column - kWidth / 2, dy = row - kHeight / 2;
-      int shade = (dx * dx + dy * dy) * 30 / (kWidth * kWidth / 4 + kHeight * kHeight / 4);
-      pixel[0] = uint8_t(std::clamp(pixel[0] - shade + grain(8), 0, 255));
-      pixel[1] = uint8_t(std::clamp(pixel[1] + grain(4), 0, 255));
-    }
-  }
-  return camera_devices::EncodeYuyvJpeg(image.data(), kWidth, kHeight, 85);
-}
-
-// kind 0: the scene as rendered; 1: as a camera would see it.
-std::vector<unsigned char> Decoded(uint32_t frameNumber, int kind, std::vector<uint8_t>& jpeg) {
-  jpeg = camera_devices::SimCameraFrame(frameNumber, kWidth, kHeight);
-  if (kind == 1) jpeg = CameraLike(jpeg);
-  return DecodedImage(jpeg);
-}
+using scene_frames::Decoded;
+using scene_frames::kHeight;
+using scene_frames::kWidth;
+using scene_frames::ThreadSeconds;
 
 // Every analysis over the whole frame, with settings a program would use.
 struct Records {
