@@ -9,7 +9,6 @@
 #include <functional>
 #include <thread>
 
-#include "CameraChain.h"
 #include "TestImages.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
@@ -20,13 +19,6 @@ using camera_devices::FakeCamera;
 using testing::HasSubstr;
 
 namespace {
-
-// A record of a type this library has no analysis for, with a payload that
-// must stay untouched.
-struct ForeignRecord {
-  CameraAnalysisBase base;
-  int32_t payload[4];
-};
 
 CameraAnalysisCounter MakeCounter(int width, int height, int16_t* frameCounter, uint8_t* change) {
   return camera_devices::MakeCounterRecord(width, height, 10, 50, frameCounter, change);
@@ -41,30 +33,6 @@ class CameraFrameworkTest : public testing::Test {
   }
   uint8_t frame_[64 * 48 * 2] = {};
 };
-
-TEST_F(CameraFrameworkTest, ChainIndexCountsRecordsThatArePassedOver) {
-  int16_t firstCount = 0, lastCount = 0;
-  CameraAnalysisCounter first = MakeCounter(1, 1, &firstCount, nullptr);
-  ForeignRecord foreign{{9, nullptr, 1, 1}, {11, 22, 33, 44}};
-  CameraAnalysisCounter last = MakeCounter(1, 1, &lastCount, nullptr);
-  first.base.next = &foreign.base;
-  foreign.base.next = &last.base;
-
-  std::vector<std::pair<int32_t, int>> visited;
-  CameraWalkChain(&first.base, [&](CameraAnalysisBase& record, int index) { visited.push_back({record.type, index}); });
-  EXPECT_EQ(visited, (std::vector<std::pair<int32_t, int>>{{0, 0}, {9, 1}, {0, 2}}));
-
-  CameraInitAnalysis(&first.base, 64, 48);
-  EXPECT_EQ(foreign.base.width, 64) << "passed-over records still get the capture size";
-  EXPECT_EQ(foreign.base.height, 48);
-  CameraFrameCount.store(7);
-  CameraRunAnalysis(&first.base, frame_, frame_, frame_, 0);
-  EXPECT_EQ(firstCount, 7);
-  EXPECT_EQ(lastCount, 7) << "the record behind the foreign one is analysed";
-  EXPECT_EQ(foreign.payload[0], 11);
-  EXPECT_EQ(foreign.payload[3], 44);
-  CameraUninitAnalysis(&first.base);
-}
 
 TEST_F(CameraFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
   int16_t count = -1;

@@ -65,22 +65,28 @@ TEST(CameraChainBound, EveryShapeIsWalkedOnceARecordAndNeverPastTheLimit) {
   EXPECT_EQ(CameraMeasureChain(nullptr).records, 0);
 }
 
+// A record of a type without an analysis, its payload untouched, then a
+// counter that links back to it.
 TEST(CameraChainBound, LoopingChainIsAnalysedOnceAFrameAndReportedOnceAStart) {
   int16_t count = 0;
   CameraAnalysisCounter counter = camera_devices::MakeCounterRecord(64, 48, 10, 50, &count, nullptr);
-  CameraAnalysisBase foreign{9, &counter.base, 1, 1};
-  counter.base.next = &foreign;
+  struct {
+    CameraAnalysisBase base;
+    int32_t payload[4];
+  } foreign{{9, &counter.base, 1, 1}, {11, 22, 33, 44}};
+  counter.base.next = &foreign.base;
   uint8_t frame[64 * 48 * 2] = {};
   CameraFrameCount.store(41);
   testing::internal::CaptureStderr();
-  CameraInitAnalysis(&counter.base, 64, 48);
-  CameraRunAnalysis(&counter.base, frame, frame, frame, 0);
-  CameraRunAnalysis(&counter.base, frame, frame, frame, 0);
-  CameraUninitAnalysis(&counter.base);
+  CameraInitAnalysis(&foreign.base, 64, 48);
+  CameraRunAnalysis(&foreign.base, frame, frame, frame, 0);
+  CameraRunAnalysis(&foreign.base, frame, frame, frame, 0);
+  CameraUninitAnalysis(&foreign.base);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "ERROR camera analysis chain loops back after 2 records: each is analysed once a frame\n");
-  EXPECT_EQ(count, 41);
-  EXPECT_EQ(foreign.width, 64);
+  EXPECT_EQ(count, 41) << "the record behind one without an analysis is analysed";
+  EXPECT_EQ(foreign.base.width, 64) << "passed-over records still get the capture size";
+  EXPECT_EQ(std::vector<int32_t>(foreign.payload, foreign.payload + 4), std::vector<int32_t>({11, 22, 33, 44}));
 }
 
 }  // namespace

@@ -3,8 +3,6 @@
 // A program of its own, so that nothing has touched the record before.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "TestImages.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/CameraAnalysis.h"
@@ -34,18 +32,14 @@ TEST(DeliverFrameInstance, AloneInAChainItCapturesWithTheDefaultsAndDeliversFram
   bool delivered = WaitFor([&] { return record.Full(0).load(std::memory_order_acquire) != 0; });
   CaptureOutput output = StopCapture(true, &camera);
   record.SetEnabled(false);
-  const uint32_t requestedWidth = camera.RequestedWidth(), requestedHeight = camera.RequestedHeight();
+  // Settings untouched by the record, so the device was asked for the defaults.
+  EXPECT_EQ(std::vector<uint32_t>({camera.RequestedWidth(), camera.RequestedHeight()}),
+            std::vector<uint32_t>({uint32_t(width), uint32_t(height)}));
   camera_devices::FakeCamera::Uninstall();
 
-  ASSERT_TRUE(output.ended) << output.out << output.err;
-  ASSERT_TRUE(delivered) << output.out << output.err;
-  EXPECT_EQ(record.size[0], static_cast<int32_t>(frame.size()));
-  EXPECT_EQ(memcmp(buffers[0].data(), frame.data(), frame.size()), 0);
-  // Settings untouched by the record, so the device was asked for the defaults.
-  EXPECT_EQ(CameraFrameWidth, width);
-  EXPECT_EQ(CameraFrameRate, rate);
-  EXPECT_EQ(requestedWidth, static_cast<uint32_t>(width));
-  EXPECT_EQ(requestedHeight, static_cast<uint32_t>(height));
+  ASSERT_TRUE(output.ended && delivered) << output.out << output.err;
+  EXPECT_EQ(std::vector<uint8_t>(buffers[0].begin(), buffers[0].begin() + record.size[0]), frame);
+  EXPECT_EQ(std::vector<int>({CameraFrameWidth, CameraFrameRate}), std::vector<int>({width, rate}));
   EXPECT_EQ(output.out.find("Camera parameter record found"), std::string::npos) << output.out;
 }
 

@@ -10,7 +10,7 @@
 #include <functional>
 
 #include "CameraLineList.h"
-#include "LineTestFrames.h"
+#include "YuyvCanvas.h"
 
 namespace {
 

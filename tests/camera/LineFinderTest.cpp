@@ -8,7 +8,7 @@
 #include <functional>
 #include <tuple>
 
-#include "LineTestFrames.h"
+#include "YuyvCanvas.h"
 
 namespace {
 

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "DebugFlagBits.h"
+#include "kavri/Camera.h"
 #include "kavri/CameraAnalysisBall.h"
 #include "kavri/KavriLib.h"
 
@@ -45,22 +47,22 @@ class YuyvCanvas {
   std::vector<uint8_t> bytes_;
 };
 
-// Capture start, one frame and capture stop, as the capture thread runs them.
-inline void RunOneFrame(CameraAnalysisBase& record, const YuyvCanvas& frame, const YuyvCanvas* previous = nullptr) {
+// Capture start, one frame and capture stop, as the capture thread runs them;
+// records built in the call are fine.
+template <class Base>
+void RunOneFrame(Base&& record, const YuyvCanvas& frame, const YuyvCanvas* previous = nullptr) {
   CameraInitAnalysis(&record, frame.width(), frame.height());
   CameraRunAnalysis(&record, frame.data(), previous ? previous->data() : frame.data(), nullptr, 0);
   CameraUninitAnalysis(&record);
 }
 
-inline void RunOneFrame(CameraAnalysisBase&& record, const YuyvCanvas& frame) { RunOneFrame(record, frame); }
-
-// What a run with debug bit 2 writes to DebugFile.
-inline std::string DebugOutput(CameraAnalysisBase& record, const YuyvCanvas& frame,
-                               const YuyvCanvas* previous = nullptr) {
+// What a run with the analyses' debug lines on writes to DebugFile.
+template <class Base>
+std::string DebugOutput(Base&& record, const YuyvCanvas& frame, const YuyvCanvas* previous = nullptr) {
   FILE* file = tmpfile();
   FILE* savedFile = DebugFile;
   DebugFile = file;
-  DebugFlags = 2;
+  DebugFlags = debugflag::kAnalyses;
   RunOneFrame(record, frame, previous);
   DebugFile = savedFile;
   DebugFlags = 0;
@@ -112,8 +114,17 @@ inline WithExclusions<CameraAnalysisBallMultiBlock> MultiBlock(const MultiSetup&
 }
 // clang-format on
 
-inline std::string DebugOutput(CameraAnalysisBase&& record, const YuyvCanvas& frame) {
-  return DebugOutput(record, frame);
-}
+// Neutral chroma: R = G = B = y.
+constexpr YuyvColour Grey(uint8_t y) { return {y, 128, 128}; }
+
+// Vertical stripes of known place, brightness and colour for the line
+// finders. Chroma belongs to pixel pairs: coloured edges go on even columns.
+struct StripeFrame : YuyvCanvas {
+  StripeFrame(int width, int height, YuyvColour floor) : YuyvCanvas(width, height, floor) {}
+  StripeFrame& Columns(int x0, int x1, YuyvColour colour) {
+    Fill(x0, 0, x1 - x0, height(), colour);
+    return *this;
+  }
+};
 
 #endif

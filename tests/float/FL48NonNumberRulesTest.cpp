@@ -3,6 +3,7 @@
 // of any bit pattern, which no operation may let it write outside of.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "FL48TestSupport.h"
@@ -57,20 +58,25 @@ std::string CaseName(char op, int a, int b, unsigned code) {
   return std::string(kKindName[a]) + " " + op + " " + kKindName[b] + " (corrupted code " + std::to_string(code) + ")";
 }
 
-// The FL48 rule and its FL64 twin, whose third word follows the record it
-// came from.
+void (*BinaryOperation(char op))(FL48*, const FL48*) {
+  return op == '+' ? FL48_Add : op == '-' ? FL48_Sub : op == '*' ? FL48_Mul : FL48_Div;
+}
+
+// The rule, the operation that applies it, and the FL64 twin, whose third word
+// follows the record it came from.
 void CheckBinaryRule(char op, int ka, int kb, char outcome, unsigned code) {
   const FL48 a = OperandA(Kind(ka), code), b = OperandB(Kind(kb), code), want = Expected(outcome, a, b);
-  FL48 result = a;
-  EXPECT_EQ(FL48_INT_HandleExpSpecialBinary(&result, &b, op), outcome == '.' ? 0 : 1) << CaseName(op, ka, kb, code);
-  EXPECT_TRUE(SameWords(result, want))
-      << CaseName(op, ka, kb, code) << ": got " << Describe(result) << ", want " << Describe(want);
+  const std::string name = CaseName(op, ka, kb, code);
+  FL48 result = a, viaOperation = a;
+  EXPECT_EQ(FL48_INT_HandleExpSpecialBinary(&result, &b, op), outcome == '.' ? 0 : 1) << name;
+  EXPECT_TRUE(SameWords(result, want)) << name << ": got " << Describe(result) << ", want " << Describe(want);
+  BinaryOperation(op)(&viaOperation, &b);
+  EXPECT_TRUE(outcome == '.' || SameWords(viaOperation, want)) << name << " (operation): " << Describe(viaOperation);
   FL64 wide = {a.expWord, {a.mant[0], a.mant[1], 0x1357}};
   const FL64 wideB = {b.expWord, {b.mant[0], b.mant[1], 0x2468}};
   const uint16_t third = outcome == 'B' || outcome == '-' ? 0x2468 : 0x1357;
-  const FL64 wideWant = {want.expWord, {want.mant[0], want.mant[1], third}};
-  EXPECT_EQ(FL64_INT_HandleExpSpecialBinary(&wide, &wideB, op), outcome == '.' ? 0 : 1) << CaseName(op, ka, kb, code);
-  EXPECT_TRUE(SameWords(wide, wideWant)) << CaseName(op, ka, kb, code) << " (wide): got " << Describe(wide);
+  EXPECT_EQ(FL64_INT_HandleExpSpecialBinary(&wide, &wideB, op), outcome == '.' ? 0 : 1) << name;
+  EXPECT_TRUE(SameWords(wide, FL64{want.expWord, {want.mant[0], want.mant[1], third}})) << name << " (wide)";
 }
 
 // Every corrupted code (5..255) behaves like 5.
@@ -94,61 +100,39 @@ const struct { char op; const char* outcomes; } kUnaryTables[] = {
     {'x', "KKUUKU.."},  // a letter no function passes
 };
 
+// The operations and functions that apply a unary rule first.
+const struct { char op; void (*f)(FL48*); } kAppliedBy[] = {
+    {'r', FL48_Sqrt}, {'+', [](FL48* x) { FL48_AddExp(x, 3); }}, {'-', [](FL48* x) { FL48_AddExp(x, -3); }},
+    {'l', FL48_Ln},   {'e', FL48_Exp}, {'s', FL48_Sin}, {'s', FL48_Tan}, {'c', FL48_Cos}, {'S', FL48_Asin},
+    {'T', FL48_Atan},
+};
+
 TEST(FL48SpecialRules, UnaryRulesDecideEveryKindForEveryOpLetter) {
   for (const auto& table : kUnaryTables) {
     for (int column = 0; column <= kKinds; ++column) {
       for (unsigned code : {5u, 77u, 255u}) {
         FL48 a = OperandA(column == kKinds ? kNumber : Kind(column), code);
         if (column == kNumber) a.expWord &= uint16_t(~FL48_SIGN_BIT);
-        const FL48 expected = Expected(table.outcomes[column], a, a);
+        const FL48 operand = a, expected = Expected(table.outcomes[column], a, a);
         const std::string name = std::string("op ") + table.op + " on " +
                                  (column == kKinds ? "negative number" : kKindName[column]) + " code " +
                                  std::to_string(code);
         EXPECT_EQ(FL48_INT_HandleExpSpecialUnary(&a, table.op), table.outcomes[column] == '.' ? 0 : 1) << name;
         EXPECT_TRUE(SameWords(a, expected)) << name << ": got " << Describe(a) << ", want " << Describe(expected);
+        for (const auto& applied : kAppliedBy) {
+          if (applied.op != table.op || table.outcomes[column] == '.') continue;
+          FL48 viaOperation = operand;
+          applied.f(&viaOperation);
+          EXPECT_TRUE(SameWords(viaOperation, expected)) << name << " (operation): " << Describe(viaOperation);
+        }
       }
     }
   }
 }
 
-// The operations apply the rules before anything else.
-TEST(FL48SpecialRules, OperationsEndWithTheRuleResult) {
-  const FL48 five = FromShort(5), zero = Make(FL48_CODE_UNDERFLOW, 0), over = Make(FL48_CODE_OVERFLOW, 0);
-  struct Case {
-    const char* name;
-    std::function<void(FL48&)> run;
-    FL48 start;
-    uint16_t wantCode;
-  };
-  const Case cases[] = {
-      {"b / 0 is overflow", [&](FL48& a) { FL48_Div(&a, &zero); }, five, FL48_CODE_OVERFLOW},
-      {"0 / 0 is lost", [&](FL48& a) { FL48_Div(&a, &zero); }, zero, FL48_CODE_LOST},
-      {"overflow / overflow is lost", [&](FL48& a) { FL48_Div(&a, &over); }, over, FL48_CODE_LOST},
-      {"overflow * 0 is lost", [&](FL48& a) { FL48_Mul(&a, &zero); }, over, FL48_CODE_LOST},
-      {"overflow - overflow stays overflow", [&](FL48& a) { FL48_Sub(&a, &over); }, over, FL48_CODE_OVERFLOW},
-      {"5 / overflow is zero", [&](FL48& a) { FL48_Div(&a, &over); }, five, FL48_CODE_UNDERFLOW},
-      {"zero scaled up is lost", [&](FL48& a) { FL48_AddExp(&a, 3); }, zero, FL48_CODE_LOST},
-      {"zero scaled down stays zero", [&](FL48& a) { FL48_AddExp(&a, -3); }, zero, FL48_CODE_UNDERFLOW},
-      {"overflow scaled down is lost", [&](FL48& a) { FL48_AddExp(&a, -1); }, over, FL48_CODE_LOST},
-      {"root of -4 is NaN", [](FL48& a) { FL48_Sqrt(&a); }, FromShort(-4), FL48_CODE_NAN},
-      {"root of zero stays zero", [](FL48& a) { FL48_Sqrt(&a); }, zero, FL48_CODE_UNDERFLOW},
-      {"root of overflow is lost", [](FL48& a) { FL48_Sqrt(&a); }, over, FL48_CODE_LOST},
-  };
-  for (const Case& c : cases) {
-    FL48 a = c.start;
-    c.run(a);
-    EXPECT_EQ(a.expWord, c.wantCode) << c.name << ": got " << Describe(a);
-  }
-}
-
-TEST(FL48SpecialRules, ZeroPlusOrMinusANumberIsThatNumberOrItsNegation) {
-  const FL48 zero = Make(FL48_CODE_UNDERFLOW, 0), b = Make(FL48_EXACT_BIT | 0x2005, 0xC1234567);
-  FL48 sum = zero, difference = zero;
-  FL48_Add(&sum, &b);
-  FL48_Sub(&difference, &b);
-  EXPECT_TRUE(SameWords(sum, b)) << Describe(sum);
-  EXPECT_TRUE(SameWords(difference, Make(FL48_SIGN_BIT | b.expWord, Mant(b)))) << Describe(difference);
-  for (uint16_t head : {0, 2, 3, 77, 0x2001}) {  // scaling by 0 leaves even specials alone
+// Scaling by 0 leaves even specials alone.
+TEST(FL48SpecialRules, ScalingByZeroChangesNothing) {
+  for (uint16_t head : {0, 2, 3, 77, 0x2001}) {
     FL48 x = Make(head, 0x12345678);
     FL48_AddExp(&x, 0);
     EXPECT_TRUE(SameWords(x, Make(head, 0x12345678))) << head;
@@ -165,37 +149,27 @@ struct Guarded {
   uint16_t before[3] = {kGuard, kGuard, kGuard};
   R value;
   uint16_t after[3] = {kGuard, kGuard, kGuard};
-  bool Intact() const {
-    for (int i = 0; i < 3; ++i) {
-      if (before[i] != kGuard || after[i] != kGuard) return false;
-    }
-    return true;
-  }
+  bool Intact() const { return std::count(before, before + 3, kGuard) + std::count(after, after + 3, kGuard) == 6; }
 };
 
-const struct {
-  const char* name;
-  std::function<void(FL48*, const FL48*)> run;
-} kOperations[] = {
-    {"Add", FL48_Add},
-    {"Sub", FL48_Sub},
-    {"Mul", FL48_Mul},
-    {"Div", FL48_Div},
+const struct { const char* name; std::function<void(FL48*, const FL48*)> run; } kOperations[] = {
+    {"Add", FL48_Add}, {"Sub", FL48_Sub}, {"Mul", FL48_Mul}, {"Div", FL48_Div},
     {"Normalize", [](FL48* a, const FL48* b) { FL48_Normalize(a, b); }},
     {"Sqrt", [](FL48* a, const FL48*) { FL48_Sqrt(a); }},
     {"AddExp", [](FL48* a, const FL48* b) { FL48_AddExp(a, int16_t(b->mant[1])); }},
     {"Compare", [](FL48* a, const FL48* b) {
        for (auto compare : {FL48_IsLess, FL48_IsLessEqual, FL48_IsGreater, FL48_IsGreaterEqual, FL48_IsEqual,
-                            FL48_IsNotEqual}) {
-         const int32_t answer = compare(a, b);
-         EXPECT_TRUE(answer == 0 || answer == 1);
-       }
+                            FL48_IsNotEqual}) EXPECT_LE(uint32_t(compare(a, b)), 1u);
      }},
     {"ConvToShort", [](FL48* a, const FL48* b) { (void)FL48_ConvToShort(a, b->mant[0] & 3); }},
     {"SplitIntFrac", [](FL48* a, const FL48*) { FL48_Internal_SplitIntFrac(a); }},
     {"SplitExpMant", [](FL48* a, const FL48*) { FL48_Internal_SplitExpMant(a); }},
     {"UnaryRules", [](FL48* a, const FL48* b) { FL48_INT_HandleExpSpecialUnary(a, b->mant[1] & 0x7F); }},
 };
+
+void (*const kFunctions[])(FL48*) = {FL48_Ln,  FL48_Log10,   FL48_Exp,     FL48_Exp10,   FL48_Sin,     FL48_Cos,
+                                     FL48_Tan, FL48_Sin360,  FL48_Cos360,  FL48_Tan360,  FL48_Asin,    FL48_Acos,
+                                     FL48_Atan, FL48_Asin360, FL48_Acos360, FL48_Atan360};
 
 TEST(FL48Robustness, AnyBitPatternInAnyOperationStaysInsideItsRecord) {
   RandomNumbers random(9);
@@ -208,6 +182,13 @@ TEST(FL48Robustness, AnyBitPatternInAnyOperationStaysInsideItsRecord) {
       op.run(&a.value, &b.value);
       op.run(&b.value, &a.value);
       ASSERT_TRUE(a.Intact() && b.Intact()) << op.name << " on field " << field;
+    }
+    for (void (*f)(FL48*) : kFunctions) {  // no corrupted code (5..255) comes out
+      Guarded<FL48> x;
+      x.value = Make(uint16_t(field | (random.Word16() & 0xC000)), random.Word32());
+      f(&x.value);
+      const unsigned out = Field(x.value);
+      ASSERT_TRUE(x.Intact() && (out <= FL48_CODE_LOST || out >= FL48_EXP_MIN)) << "field " << field << " gave " << out;
     }
     Guarded<FL64> wa, wb;
     Guarded<FL48> narrow;

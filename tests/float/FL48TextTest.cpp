@@ -121,44 +121,26 @@ TEST(FL48FormatParse, EveryPictureGivesItsFormatWord) {
 
 // ---- Printing ----
 
-struct TextCase { FL48 x; const char* format; const char* expected; };
-
-void ExpectTexts(const std::vector<TextCase>& cases) {
-  for (const TextCase& c : cases) {
-    EXPECT_EQ(Text(c.x, c.format), c.expected) << Describe(c.x) << " in \"" << c.format << "\"";
-  }
-}
-
-TEST(FL48ConvToText, FixedAndIntegerFieldsAreRightAlignedWithASignPosition) {
-  ExpectTexts({
+// Each layout: right-aligned with a sign position, mark or signed exponent,
+// prefix letters; a rounding carry lays the field out again; significance
+// mode prints only justified digits; specials fill the field.
+TEST(FL48ConvToText, EachLayoutPrintsItsField) {
+  const char* const twelve = "############";
+  const FL48 twelveBits = Make(0x2016, 0x00000C90);  // 3.140625 with 12 valid bits: 4 digits
+  const FL48 eightBits = Make(0x2029, 0x000000F1);   // 123392 with 8 valid bits: 3 digits
+  const struct { FL48 x; const char* format; const char* expected; } cases[] = {
       {Nearest(3.14159265L), "###.##", "  3.14"},  {Nearest(-3.14159265L), "###.##", " -3.14"},
       {Nearest(-42.4242L), "###.##", "-42.42"},    {Nearest(-0.004L), "##.##", "-0.00"},
       {Nearest(1.5L), "##,##", " 1,50"},           {Nearest(-7.49L), "###", " -7"},
       {FromShort(1), "##.", " 1."},                {Nearest(1e9L), "############", "  1000000000"},
       {Nearest(0.0071L), "##.##", " 0.01"},  // no digit of its own, rounds into the last place
       {Nearest(123456789012.0L), "##############", "  123456789000"},  // ten digits, then zeros
-  });
-}
-
-TEST(FL48ConvToText, ExactHalvesRoundAwayFromZero) {
-  ExpectTexts({
-      {Make(0x2002, 0xA0000000), "####", "   3"},  {Make(0xA002, 0xA0000000), "####", "  -3"},  // 2.5, -2.5
-      {Make(0x2005, 0xC8000000), "#.#^^#", "  3E+1"},                                          // 25
-      {Make(0x201F, 0x932C05A5), "###########", " 1234567891"},                                // 1234567890.5
-  });
-}
-
-TEST(FL48ConvToText, RoundingCarryLaysTheFieldOutAgain) {
-  ExpectTexts({
+      {Make(0x201F, 0x932C05A5), "###########", " 1234567891"},       // 1234567890.5: halves round away
+      {Make(0xA005, 0xC8000000), "#.#^^#", "- 3E+1"},                  // -25
       {Nearest(999.96L), "#####.#", " 1000.0"},  {Nearest(999.96L), "####.#", "?FORMA"},
       {Nearest(9.6L), "##", "?F"},               {Nearest(99.996L), "###.##", "?FORMA"},
       {Nearest(999.7L), "##.#^", " 1.0k"},       {Nearest(0.0996L), "##.#", " 0.1"},
       {Nearest(-9.99996L), "#.####^^###", "-1.000E+001"},
-  });
-}
-
-TEST(FL48ConvToText, ExponentKindsShowMarkOrSignedExponent) {
-  ExpectTexts({
       {Nearest(123456.0L), "#.##^^##", " 1.2E+05"},  {Nearest(-0.000123456L), "#.####^^####", "-1.235E-0004"},
       {Nearest(12345.0L), "#.###^##", " 1.23^04"},   {Nearest(1e-5L), "#.###^#", " 1.00v5"},
       {Nearest(7.0L), "#^^#", " 7E+0"},             {Nearest(1.5L), "#,##^^##", " 1,5E+00"},
@@ -167,11 +149,6 @@ TEST(FL48ConvToText, ExponentKindsShowMarkOrSignedExponent) {
       {Nearest(-7.0L), "##^#", "- 7^0"},             {Nearest(1e10L), "#.###^^#", "?FORMAT?"},
       {Nearest(1e-100L), "#.###^^##", "?FORMAT??"}, {Nearest(1e-100L), "#.###^^###", " 1.00E-100"},
       {Nearest(1e300L), "#.#^####", "  1^0300"},
-  });
-}
-
-TEST(FL48ConvToText, EngineeringKindPicksThePrefixLetter) {
-  ExpectTexts({
       {Nearest(12345.0L), "##.##^", " 12.3k"},   {Nearest(0.0012345L), "##.##^", " 1.23m"},
       {Nearest(-5.0L), "##.##^", "-5.00 "},      {Nearest(-123456.0L), "##.##^", "- 123k"},
       {Nearest(2.5e-18L), "##.##^", " 2.50a"},   {Nearest(4.2e-15L), "##.##^", " 4.20f"},
@@ -181,32 +158,20 @@ TEST(FL48ConvToText, EngineeringKindPicksThePrefixLetter) {
       {Nearest(4.2e15L), "##.##^", " 4.20P"},    {Nearest(4.2e18L), "##.##^", " 4.20E"},
       {Nearest(4.2e21L), "##.##^", "?FORMA"},    {Nearest(4.2e-19L), "##.##^", "?FORMA"},
       {Nearest(42.0L), "#^", "?FO"},  // two integer digits do not fit one position
-  });
-}
-
-TEST(FL48ConvToText, SignificanceModePrintsOnlyJustifiedDigits) {
-  const FL48 twelveBits = Make(0x2016, 0x00000C90);  // 3.140625 with 12 valid bits: 4 digits
-  const FL48 eightBits = Make(0x2029, 0x000000F1);   // 123392 with 8 valid bits: 3 digits
-  ExpectTexts({
       {twelveBits, "^###.#####", "   3.14100"},
       {twelveBits, "###.#####", "  3.14063"},  // without '^' the full ten digits
       {Make(FL48_EXACT_BIT | 0x2016, 0x00000C90), "^###.#####", "   3.14063"},  // exact: every digit
       {eightBits, "^######", " 123000"},
       {eightBits, "^.####^^##", " 1.230E+05"},
       {Make(0x201F, 0x00000001), "^.##^^#", " 5.0E-1"},  // 0.5 with one valid bit: one digit
-  });
-}
-
-TEST(FL48ConvToText, SpecialValuesFillTheField) {
-  const char* const twelve = "############";
-  ExpectTexts({
       {Make(FL48_CODE_UNDERFLOW, 0), "#####", "    0"},     {Make(FL48_CODE_UNDERFLOW, 0), "##.##^^##", "        0"},
       {Make(FL48_CODE_UNDERFLOW, 0), "", ""},              {Make(0x2003, 0), "###.##", "     0"},  // cancelled
       {Make(FL48_CODE_OVERFLOW, 0), twelve, "?OVERFLOW???"}, {Make(FL48_CODE_OVERFLOW, 0), "###", "?OV"},
       {Make(FL48_CODE_NAN, 0), twelve, "?NAN????????"},     {Make(FL48_CODE_UNDEFINED, 0), twelve, "?UNDEFINED??"},
       {Make(FL48_CODE_LOST, 0x12345678), twelve, "?LOST???????"}, {Make(7, 0), twelve, "?CORRUPTED??"},
       {Make(255, 0x80000000), "#.#^^##", "?CORRUP"},       {Make(0x3FFF, 0x80000000), twelve, "?CORRUPTED??"},
-  });
+  };
+  for (const auto& c : cases) EXPECT_EQ(Text(c.x, c.format), c.expected) << Describe(c.x) << " in \"" << c.format << "\"";
   for (uint32_t kind : {3u, 12u, 15u}) {  // no such layout
     const FL48 one = FromShort(1);
     char out[16];
@@ -245,12 +210,9 @@ TEST(FL48ConvToText, TenDigitsAreCorrectlyRounded) {
   ExpectTenDigitsCorrect(2024, 3000, FL48_EXP_MIN, FL48_EXP_MAX);
   ExpectTenDigitsCorrect(99, 20000, FL48_EXP_BIAS - 60, FL48_EXP_BIAS + 60);
   // Rests closer to one half than the internal scaling can resolve.
-  ExpectTexts({
-      {Make(0x9D97, 0xCC871334), "#.##########^^####", "-1.468942210E-0186"},
-      {Make(0xB1A8, 0xC4AC9198), "#.##########^^####", "-3.476062687E+1360"},
-      {Make(0x0347, 0xAE2C80E9), "#.##########^^####", " 2.286571833E-2214"},
-      {Make(0x5FD3, 0xA0DCEC82), "#.##########^^####", " 1.785937885E-0014"},
-  });
+  for (const FL48 x : {Make(0x9D97, 0xCC871334), Make(0xB1A8, 0xC4AC9198), Make(0x0347, 0xAE2C80E9),
+                       Make(0x5FD3, 0xA0DCEC82)})
+    EXPECT_EQ(Text(x, "#.##########^^####"), ExpectedScientific(x, 10, 4)) << Describe(x);
   // With the option off a product may keep one leading zero; the digits stay.
   FL_OptionExactRoundUp = 0;
   ExpectTenDigitsCorrect(5, 2000, FL48_EXP_MIN, FL48_EXP_MAX);

@@ -18,14 +18,12 @@
 
 namespace {
 
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
 std::string MakeTempDirectory() {
   char pattern[] = "/tmp/kavri-test-XXXXXX";
-  const char* made = mkdtemp(pattern);
-  if (!made) {
-    perror("mkdtemp");
-    abort();
-  }
-  return made;
+  if (!mkdtemp(pattern)) perror("mkdtemp"), abort();
+  return pattern;
 }
 
 void RedirectTo(const std::string& path, int fd) {
@@ -71,12 +69,10 @@ ListeningSocket FindListening(int port) {
   return {};
 }
 
-std::string ListeningInode(int port) { return FindListening(port).inode; }
-
 // Whether the socket listening on `port` is one of `pid`'s: another test's
 // controller may hold the same port for a moment.
 bool ListensOn(pid_t pid, int port) {
-  const std::string inode = ListeningInode(port);
+  const std::string inode = FindListening(port).inode;
   if (inode.empty()) return false;
   const std::string wanted = "socket:[" + inode + "]";
   const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
@@ -132,11 +128,8 @@ bool ControllerProcess::WaitUntilListening() {
       return ended;
     });
     if (listening && !ended) return true;
-    if (ended) {
-      exited_ = true;
-      exitStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    if (!ended || config_.port != 0 || Stderr().find("ERROR calling bind") == std::string::npos) return false;
+    if (ended) Exited(status);
+    if (!ended || config_.port != 0 || !Contains(Stderr(), "ERROR calling bind")) return false;
     Start();
   }
   return false;
@@ -147,20 +140,21 @@ std::string ControllerProcess::Stderr() const { return ReadWholeFile(directory_ 
 std::string ControllerProcess::DebugOutput() const { return ReadWholeFile(directory_ + "/debug"); }
 
 bool ControllerProcess::WaitForStdout(const std::string& text) const {
-  return WaitFor([&] { return Stdout().find(text) != std::string::npos; });
+  return WaitFor([&] { return Contains(Stdout(), text); });
 }
-
 bool ControllerProcess::WaitForStderr(const std::string& text) const {
-  return WaitFor([&] { return Stderr().find(text) != std::string::npos; });
+  return WaitFor([&] { return Contains(Stderr(), text); });
 }
 
 int ControllerProcess::WaitForExit() {
-  if (exited_) return exitStatus_;
   int status = 0;
-  if (waitpid(child_, &status, 0) != child_) return -1;
+  if (!exited_ && waitpid(child_, &status, 0) == child_) Exited(status);
+  return exited_ ? exitStatus_ : -1;
+}
+
+void ControllerProcess::Exited(int status) {
   exited_ = true;
   exitStatus_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return exitStatus_;
 }
 
 int FindFreePort() {
@@ -177,12 +171,9 @@ int FindFreePort() {
 
 // Reads the kernel's socket table rather than connecting, so that probing
 // leaves no trace in the server's log.
-bool PortIsListening(int port) { return !ListeningInode(port).empty(); }
+bool PortIsListening(int port) { return !FindListening(port).inode.empty(); }
 
-std::string ListeningAddressHex(int port) {
-  const std::string local = FindListening(port).local;
-  return local.substr(0, local.find(':'));
-}
+std::string ListeningAddressHex(int port) { return FindListening(port).local.substr(0, 8); }
 
 std::string ReadWholeFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);

@@ -47,6 +47,7 @@ class ControllerProcess {
 
  private:
   void Start();
+  void Exited(int status);
 
   ControllerConfig config_;
   std::string directory_;

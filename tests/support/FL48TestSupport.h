@@ -47,8 +47,6 @@ inline bool SameWords(const FL64& a, const FL64& b) {
   return a.expWord == b.expWord && a.mant[0] == b.mant[0] && a.mant[1] == b.mant[1] && a.mant[2] == b.mant[2];
 }
 
-inline double ToDouble(const FL48& x) { return double(fl48ld::Value(x)); }
-
 // A normalised random number with its field in [lo, hi].
 class RandomNumbers {
  public:

@@ -5,8 +5,16 @@
 
 #include <chrono>
 #include <functional>
+#include <thread>
 
 // Polls `ready` every 10 ms until true or `bound` has passed.
-bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds bound = std::chrono::seconds(60));
+inline bool WaitFor(const std::function<bool()>& ready, std::chrono::milliseconds bound = std::chrono::seconds(60)) {
+  const auto deadline = std::chrono::steady_clock::now() + bound;
+  while (!ready()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
 
 #endif

@@ -68,9 +68,9 @@ TEST_F(Shapes, RectanglesAndWedgesAtTheCursor) {
 // Columns x .. x + w of h + 1 rows, one row fewer within one byte.
 TEST_F(Shapes, FilledRectanglesFillOneRowFewerWithinOneByte) {
   const struct { int x, y, w, h, rows; } cases[] = {  // rows 0: nothing drawn
-      {4, 1, 9, 2, 3},      {9, 1, 3, 2, 2},      {16, 5, 1, 4, 4},    {100, 50, 27, 13, 14}, {100, 50, 28, 5, 0},
-      {100, 50, 5, 14, 0},  {10, 10, 0, 5, 0},    {10, 10, 5, 0, 0},   {10, 10, -3, 5, 0},    {-1, 10, 5, 5, 0},
-      {10, 64, 5, 5, 0},
+      {4, 1, 9, 2, 3},     {9, 1, 3, 2, 2},     {5, 1, 3, 2, 3},      {16, 5, 1, 4, 4},  {100, 50, 27, 13, 14},
+      {100, 50, 28, 5, 0}, {100, 50, 5, 14, 0}, {10, 10, 0, 5, 0},    {10, 10, 5, 0, 0}, {10, 10, -3, 5, 0},
+      {-1, 10, 5, 5, 0},   {10, 64, 5, 5, 0},
   };
   for (const auto& c : cases) {
     const int filled = c.rows * (c.w + 1);

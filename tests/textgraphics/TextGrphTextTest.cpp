@@ -183,30 +183,24 @@ TEST_F(TextOutput, CursorHidesNestedAndFollowsTheText) {
   TextGrph_ClearHome();
   EXPECT_TRUE(CellInverted(0, 0));
   EXPECT_EQ(CountSet(), 64);
+  // Setting a font keeps the cursor where it is, at the new cell height;
+  // initialising one sends it home, disabled.
   static const uint8_t tallData[256 * 12] = {};
   static const TextGrphFontByte tall = {12, tallData};
   TextGrph_SetFontByte(&tall);
   EXPECT_EQ(CountSetIn(0, 0, 8, 12), 96);
   EXPECT_EQ(CountSet(), 96);
-  TextGrph_IntlFontByte(&FontByte8x8L);
-  EXPECT_EQ(TextGrph.CursorState, TEXTGRPH_CURSOR_DISABLED);
-}
-
-TEST_F(TextGraphics, ByteFontSelectionSetsTheCellHeight) {
-  static const uint8_t tallData[256 * 12] = {};
-  static const TextGrphFontByte tall = {12, tallData};
   PlaceCursor(24, 16);
   TextGrph_IntlFontByte(&tall);
-  EXPECT_EQ(TextGrph.CursorX, 0) << "the cursor goes home";
+  EXPECT_EQ(TextGrph.CursorX, 0);
+  EXPECT_EQ(TextGrph.CursorState, TEXTGRPH_CURSOR_DISABLED);
   EXPECT_EQ(TextGrph_GetNLines(), 5);
   Fill(0xFF);
   TextGrph_PutChar(0, 52, 'A');  // the last row that fits a 12-row cell
   TextGrph_PutChar(8, 53, 'A');
   EXPECT_EQ(CountSetIn(0, 52, 8, 12), 0);
   EXPECT_EQ(CountSetIn(8, 52, 8, 12), 96);
-  PlaceCursor(24, 16);
-  TextGrph_SetFontByte(&FontByte8x8L);
-  EXPECT_EQ(TextGrph.CursorX, 24) << "the cursor stays";
+  TextGrph_IntlFontByte(&FontByte8x8L);
 }
 
 }  // namespace
