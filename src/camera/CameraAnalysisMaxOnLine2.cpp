@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "CameraLineList.h"
 #include "CameraScanLine.h"
@@ -16,12 +17,50 @@
 
 namespace {
 
+// A colour sample or prefix sum: grey, red, green and blue side by side, so
+// that a trial reads each of its four lookups in one load and measures the
+// four channels at once. Luma works on plain int32_t the same way.
+typedef int32_t Lanes __attribute__((vector_size(16)));
+// As kept in memory, which is only 4-byte aligned on the controller.
+struct StoredLanes {
+  int32_t lane[4];
+  StoredLanes& operator=(Lanes value) {
+    memcpy(lane, &value, sizeof lane);
+    return *this;
+  }
+};
+
+inline int32_t Largest(int32_t value) { return value; }
+inline int32_t Largest(Lanes value) {
+  return std::max(std::max(value[0], value[1]), std::max(value[2], value[3]));
+}
+inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
+inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
+inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
+inline Lanes Smaller(Lanes a, Lanes b) { return a < b ? a : b; }
+
+// The value as worked on, from its place in memory.
+inline int32_t Load(int32_t stored) { return stored; }
+inline Lanes Load(const StoredLanes& stored) {
+  Lanes value;
+  memcpy(&value, stored.lane, sizeof value);
+  return value;
+}
+// A stored value with every lane set to value.
+template <typename S>
+S Filled(int32_t value) {
+  S filled{};
+  filled = decltype(Load(filled)){} + value;
+  return filled;
+}
+
 // How far the middle of a line stands above its two flanks. When one flank
 // is much weaker the weaker decides, so a line must stand out on both sides.
 // Selects rather than branches, so that runs of centres vectorise.
-inline int32_t CombineFlanks(int32_t left, int32_t right) {
-  const int32_t both = (left + right) >> 1;
-  return right > 2 * left ? left : left > 2 * right ? right : both;
+template <typename T>
+KAVRI_CAMERA_INLINE T CombineFlanks(T left, T right) {
+  const T both = (left + right) >> 1;
+  return right > left + left ? left : left > right + right ? right : both;
 }
 
 // Centres are measured in runs of at most this many, into a buffer on the
@@ -29,19 +68,18 @@ inline int32_t CombineFlanks(int32_t left, int32_t right) {
 constexpr int kRun = 256;
 
 // Responses of an even width w at count centres first, first+stride, ...:
-// the inner w samples against twice each flank of w/2 samples. Raise keeps
-// the larger of out and this buffer's response. A stride of 1 is the common
-// case (narrow widths, refinement) and gets a loop of its own that the
-// compiler turns into vector code.
-template <bool Raise>
-KAVRI_CAMERA_INLINE void EvenResponses(const int32_t* sums, int32_t first, int32_t stride, int32_t w, int count, int32_t* out) {
+// the inner w samples against twice each flank of w/2 samples, per lane. A
+// stride of 1 is the common case (narrow widths, refinement) and gets a loop
+// of its own that the compiler turns into vector code.
+template <typename S, typename T>
+KAVRI_CAMERA_INLINE void EvenResponses(const S* sums, int32_t first, int32_t stride, int32_t w, int count, T* out) {
   const int32_t h = w / 2;
-  const int32_t *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
-                *outerR = sums + (first + w);
+  const S *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
+          *outerR = sums + (first + w);
   auto at = [&](int i, int j) {
-    const int32_t inner = innerR[j] - innerL[j];
-    const int32_t r = CombineFlanks(inner - 2 * (innerL[j] - outerL[j]), inner - 2 * (outerR[j] - innerR[j]));
-    out[i] = Raise ? std::max(out[i], r) : r;
+    const T left = Load(innerL[j]), right = Load(innerR[j]), inner = right - left;
+    const T flankL = left - Load(outerL[j]), flankR = Load(outerR[j]) - right;
+    out[i] = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
   };
   if (stride == 1) {
     for (int i = 0; i < count; ++i) at(i, i);
@@ -62,16 +100,17 @@ KAVRI_CAMERA_INLINE void WeightedResponses(const int32_t* sums, int32_t first, i
   }
 }
 
-inline int32_t Largest(const int32_t* values, int count) {
-  int32_t largest = INT32_MIN;
-  for (int i = 0; i < count; ++i) largest = std::max(largest, values[i]);
-  return largest;
+template <typename T>
+KAVRI_CAMERA_INLINE int32_t LargestOf(const T* values, int count) {
+  T largest = values[0];
+  for (int i = 1; i < count; ++i) largest = Larger(largest, values[i]);
+  return Largest(largest);
 }
 
 // Calls visit(first centre, count) for the runs that cover the centres
 // first, first+stride, ... up to last.
 template <typename Visit>
-void ForRuns(int32_t first, int32_t last, int32_t stride, Visit visit) {
+KAVRI_CAMERA_INLINE void ForRuns(int32_t first, int32_t last, int32_t stride, Visit visit) {
   for (int32_t c = first; c <= last;) {
     const int count = int(std::min<int32_t>(kRun, (last - c) / stride + 1));
     visit(c, count);
@@ -79,49 +118,56 @@ void ForRuns(int32_t first, int32_t last, int32_t stride, Visit visit) {
   }
 }
 
-// The buffers a search looks at: grey alone, or grey and the three channels.
-struct SumBuffers {
-  int32_t* sums[4];
-  int count;
-
-  // The largest response over the buffers, per centre.
-  void BestResponses(int32_t first, int32_t stride, int32_t w, int n, int32_t* out) const {
-    EvenResponses<false>(sums[0], first, stride, w, n, out);
-    for (int b = 1; b < count; ++b) EvenResponses<true>(sums[b], first, stride, w, n, out);
-  }
-};
-
 // Where lines may be. A trial of width w responds at most w times the spread
 // (largest minus smallest sample) of its 2w samples in a buffer: its middle
 // can stand at most that far above twice a flank. Where every buffer spreads
 // less than the threshold, no trial can find a line and the search passes by
 // without measuring. Kept per block of samples: how many blocks to either
 // side a window must reach before some buffer spreads that far.
+template <typename S>
 class LineReach {
  public:
   static constexpr int kBlock = 8;
   // Windows reaching further than this many blocks are always measured, so
   // that working out the reach stays linear in the scan line's length.
   static constexpr int32_t kFar = 8;
-  static size_t Ints(int32_t n) { return 5 * size_t(Blocks(n) + 2 * kFar); }
+  static constexpr int kLanes = sizeof(S) / sizeof(int32_t);
+  static size_t Ints(int32_t n) { return (1 + 4 * kLanes) * size_t(Padded(n)); }
 
-  // Samples 1 .. n of each buffer, before their prefix sums.
-  LineReach(int32_t* memory, int32_t* const* buffers, int count, int32_t n, int32_t threshold, int32_t widthMax)
-      : blocks_(Blocks(n)), threshold_(threshold), far_(int32_t(std::clamp<int64_t>((int64_t(widthMax) + kBlock - 1) / kBlock, 0, kFar))), reach_(memory) {
-    if (threshold <= 0) return;
+  LineReach(int32_t* memory, int32_t n, int32_t threshold, int32_t widthMax)
+      : blocks_(Blocks(n)),
+        threshold_(threshold),
+        far_(int32_t(std::clamp<int64_t>((int64_t(widthMax) + kBlock - 1) / kBlock, 0, kFar))),
+        reach_(memory),
+        lowest_(reinterpret_cast<S*>(memory + Padded(n)) + kFar),
+        highest_(lowest_ + Padded(n)) {}
+
+  // Smallest and largest sample of block k, set by the caller for every
+  // block before Work.
+  S* Lowest() { return lowest_; }
+  S* Highest() { return highest_; }
+
+  void Work() {
+    if (threshold_ <= 0) return;
+    using T = decltype(Load(S{}));
     const int32_t padded = blocks_ + 2 * kFar;
-    // Block minimums and maximums, padded with values that never decide.
-    int32_t *lowest = reach_ + padded + kFar, *highest = lowest + padded, *low = highest + padded,
-            *high = low + padded;
+    S *low = highest_ + padded, *high = low + padded;
     std::fill(reach_, reach_ + blocks_, far_ + 1);
-    std::fill(lowest - kFar, lowest + blocks_ + kFar, kNeverDecides);
-    std::fill(highest - kFar, highest + blocks_ + kFar, -kNeverDecides);
-    for (int b = 0; b < count; ++b) {
-      Extremes(buffers[b] + 1, n, lowest, highest);
-      std::copy(lowest, lowest + blocks_, low);
-      std::copy(highest, highest + blocks_, high);
-      // Grow every window by a block on each side at a time.
-      for (int32_t r = 0; r <= far_; ++r) Grow(lowest, highest, low, high, r, threshold);
+    // Padding with values that never decide.
+    std::fill(lowest_ - kFar, lowest_, Filled<S>(kNeverDecides));
+    std::fill(lowest_ + blocks_, lowest_ + blocks_ + kFar, Filled<S>(kNeverDecides));
+    std::fill(highest_ - kFar, highest_, Filled<S>(-kNeverDecides));
+    std::fill(highest_ + blocks_, highest_ + blocks_ + kFar, Filled<S>(-kNeverDecides));
+    std::copy(lowest_, lowest_ + blocks_, low);
+    std::copy(highest_, highest_ + blocks_, high);
+    // Grow every window by a block on each side at a time.
+    for (int32_t r = 0; r <= far_; ++r) {
+      for (int32_t k = 0; k < blocks_; ++k) {
+        const T least = Smaller(Load(low[k]), Smaller(Load(lowest_[k - r]), Load(lowest_[k + r])));
+        const T most = Larger(Load(high[k]), Larger(Load(highest_[k - r]), Load(highest_[k + r])));
+        low[k] = least, high[k] = most;
+        if (reach_[k] > r && Largest(most - least) >= threshold_) reach_[k] = r;
+      }
     }
   }
 
@@ -139,7 +185,7 @@ class LineReach {
   // Calls visit(first, last) for the stretches of centres from first to
   // last whose trials, reaching reach blocks, may find a line.
   template <typename Visit>
-  void ForStretches(int32_t first, int32_t last, int32_t reach, Visit visit) const {
+  KAVRI_CAMERA_INLINE void ForStretches(int32_t first, int32_t last, int32_t reach, Visit visit) const {
     if (reach < 0) {
       visit(first, last);
       return;
@@ -156,59 +202,46 @@ class LineReach {
     }
   }
 
+  static int32_t Blocks(int32_t n) { return (n + kBlock - 1) / kBlock; }
+
  private:
   static constexpr int32_t kNeverDecides = 1 << 24;  // far beyond any sample
 
-  // Smallest and largest of each block of the n samples.
-  void Extremes(const int32_t* samples, int32_t n, int32_t* __restrict lowest, int32_t* __restrict highest) const {
-    const int32_t whole = n / kBlock;
-    for (int32_t k = 0; k < whole; ++k) {
-      const int32_t* block = samples + k * kBlock;
-      int32_t least = block[0], most = block[0];
-      for (int i = 1; i < kBlock; ++i) least = std::min(least, block[i]), most = std::max(most, block[i]);
-      lowest[k] = least, highest[k] = most;
-    }
-    if (whole < blocks_) {
-      const int32_t* block = samples + whole * kBlock;
-      int32_t least = block[0], most = block[0];
-      for (int i = 1; i < n - whole * kBlock; ++i) least = std::min(least, block[i]), most = std::max(most, block[i]);
-      lowest[whole] = least, highest[whole] = most;
-    }
-  }
-
-  // Widens the windows to r blocks on each side and notes where they first
-  // spread to the threshold.
-  void Grow(const int32_t* __restrict lowest, const int32_t* __restrict highest, int32_t* __restrict low,
-            int32_t* __restrict high, int32_t r, int32_t threshold) const {
-    int32_t* __restrict reach = reach_;
-    for (int32_t k = 0; k < blocks_; ++k) {
-      low[k] = std::min(low[k], std::min(lowest[k - r], lowest[k + r]));
-      high[k] = std::max(high[k], std::max(highest[k - r], highest[k + r]));
-      const bool first = (high[k] - low[k] >= threshold) & (reach[k] > r);
-      reach[k] = first ? r : reach[k];
-    }
-  }
-  static int32_t Blocks(int32_t n) { return (n + kBlock - 1) / kBlock; }
+  static int32_t Padded(int32_t n) { return Blocks(n) + 2 * kFar; }
   // Block of centre or sample c (samples count from 1).
   static int32_t Block(int32_t c) { return (c - 1) / kBlock; }
   // Reach worked out up to far_ blocks: no further than the widest width
   // needs.
   int32_t blocks_, threshold_, far_;
   int32_t* reach_;
+  S *lowest_, *highest_;
 };
+
+// Prefix sums in place over samples 1 .. n, negated for dark lines so that
+// they become peaks too; on the way, the extremes of each block of samples.
+template <typename S>
+KAVRI_CAMERA_INLINE void PrefixSums(S* buffer, int32_t n, bool bright, LineReach<S>& reach) {
+  using T = decltype(Load(S{}));
+  constexpr int kBlock = LineReach<S>::kBlock;
+  S *lowest = reach.Lowest(), *highest = reach.Highest();
+  T sum = T{} + 0;
+  buffer[0] = sum;
+  for (int32_t first = 1, k = 0; first <= n; first += kBlock, ++k) {
+    const int32_t last = std::min(n, first + kBlock - 1);
+    T least = Load(buffer[first]), most = least;
+    for (int32_t j = first; j <= last; ++j) {
+      const T sample = Load(buffer[j]);
+      least = Smaller(least, sample), most = Larger(most, sample);
+      sum = bright ? sum + sample : sum - sample;
+      buffer[j] = sum;
+    }
+    lowest[k] = least, highest[k] = most;
+  }
+}
 
 int32_t Strength(int32_t response, int32_t width) { return CameraMul32(response, 65536 / width) >> 16; }
 
 int32_t HalfRoundedToEven(int32_t n) { return (n / 2) & ~1; }
-
-// Prefix sums in place over samples 1 .. n; negated for dark lines, so that
-// they become peaks too.
-void PrefixSums(int32_t* buffer, int32_t n, bool bright) {
-  buffer[0] = 0;
-  for (int32_t j = 1; j <= n; ++j) buffer[j] += buffer[j - 1];
-  if (!bright)
-    for (int32_t j = 1; j <= n; ++j) buffer[j] = -buffer[j];
-}
 
 }  // namespace
 
@@ -237,8 +270,12 @@ void CameraAnalysisMaxOnLine2::Init() {
   if (widthMin < 2) widthMin = 2;
   if (widthMax > sampleCount / 2) widthMax = HalfRoundedToEven(sampleCount);
 
+  // In colour the four buffers' memory holds the sums interleaved, a
+  // sample's grey, red, green and blue side by side.
   const int32_t entries = sampleCount + 1;
-  valueBuffer = CameraScanWork::Allocate(sampleCount, color ? 4 : 1, entries, LineReach::Ints(sampleCount));
+  valueBuffer = CameraScanWork::Allocate(
+      sampleCount, color ? 4 : 1, entries,
+      color ? LineReach<StoredLanes>::Ints(sampleCount) : LineReach<int32_t>::Ints(sampleCount));
   if (!valueBuffer) {
     fprintf(stderr, "ERROR camera line record: no memory for its buffers\n");
     return;
@@ -265,16 +302,37 @@ void CameraAnalysisMaxOnLine2::Analyze(int index, const unsigned char* frame, co
 
 namespace {
 
+// Clears the slots from first on, never past the five the record has.
+void ClearSlots(CameraAnalysisMaxOnLine2& record, int first, bool colour) {
+  for (int i = first; i < std::min(record.lineCountMax, kCameraLineSlots); ++i) {
+    for (int16_t* const* slots :
+         {record.positionResults, record.strengthResults, record.widthResults, record.brightnessResults})
+      CameraStoreResult(slots[i], 0);
+    if (colour)
+      for (int16_t* const* slots : {record.redResults, record.greenResults, record.blueResults})
+        CameraStoreResult(slots[i], 0);
+  }
+}
+
 // The search, refinement and report shared by the colour and the luma
-// analysis, over a record whose buffers hold this frame's prefix sums.
+// analysis, over a record whose buffers hold this frame's prefix sums: S is
+// a stored sum, one int32_t in luma, four lanes in colour.
+template <typename S>
 class LineSearch {
  public:
-  LineSearch(CameraAnalysisMaxOnLine2& record, const SumBuffers& buffers, const LineReach& reach)
-      : record_(record), buffers_(buffers), reach_(reach), n_(record.sampleCount), lines_(record.lineCountMax) {}
+  using T = decltype(Load(S{}));
+  static constexpr int kLanes = LineReach<S>::kLanes;
+  // Groups of centres looked at together for candidates: in colour a
+  // centre's largest lane costs several instructions, so groups without a
+  // candidate are passed by.
+  static constexpr int kGroup = kLanes > 1 ? 8 : kRun;
+
+  LineSearch(CameraAnalysisMaxOnLine2& record, const S* sums, const LineReach<S>& reach)
+      : record_(record), sums_(sums), reach_(reach), n_(record.sampleCount), lines_(record.lineCountMax) {}
 
   // Every width from the minimum to the maximum in steps of an eighth,
   // rounded to even, at centres an eighth of the width apart.
-  void Search() {
+  KAVRI_CAMERA_INLINE void Search() {
     if (record_.lineCountMax <= 0) return;  // nothing could be kept
     const int32_t threshold = record_.threshold;
     int32_t previous = 0;
@@ -287,29 +345,36 @@ class LineSearch {
       if (w > n_ - w) continue;
       const int32_t step = (w + 7) >> 3, minimum = CameraMul32(threshold, w), last = n_ - w;
       const int32_t reach = reach_.Reach(w, threshold);
-      reach_.ForStretches(w, last, reach, [&](int32_t from, int32_t to) {
+      reach_.ForStretches(w, last, reach, [&](int32_t from, int32_t to) KAVRI_CAMERA_LAMBDA {
         // The first centre of the stretch on the width's grid.
         const int32_t first = w + (from - w + step - 1) / step * step;
-        ForRuns(first, to, step, [&](int32_t c, int count) { Measure(c, step, w, count, minimum); });
+        ForRuns(first, to, step, [&](int32_t c, int count) KAVRI_CAMERA_LAMBDA { Measure(c, step, w, count, minimum); });
       });
     }
   }
 
   // The trials of width w at count centres from first on, stride apart;
   // those that reach minimum are merged into the list.
-  void Measure(int32_t first, int32_t stride, int32_t w, int count, int32_t minimum) {
-    int32_t responses[kRun];
-    buffers_.BestResponses(first, stride, w, count, responses);
-    // Most runs hold no candidate at all.
-    if (Largest(responses, count) < minimum) return;
-    for (int i = 0; i < count; ++i)
-      if (responses[i] >= minimum) lines_.Merge({first + i * stride, w, Strength(responses[i], w)});
+  KAVRI_CAMERA_INLINE void Measure(int32_t first, int32_t stride, int32_t w, int count, int32_t minimum) {
+    T responses[kRun];
+    EvenResponses(sums_, first, stride, w, count, responses);
+    // Most runs hold no candidate at all, and most groups of centres in
+    // the others neither.
+    if (LargestOf(responses, count) < minimum) return;
+    for (int group = 0; group < count; group += kGroup) {
+      const int end = std::min(count, group + kGroup);
+      if (kLanes > 1 && LargestOf(responses + group, end - group) < minimum) continue;
+      for (int i = group; i < end; ++i) {
+        const int32_t response = Largest(responses[i]);
+        if (response >= minimum) lines_.Merge({first + i * stride, w, Strength(response, w)});
+      }
+    }
   }
 
   // Re-measures each line at widths around its own and positions around
   // its own; a line whose best width leaves the limits is removed.
   template <typename WidthsOf, typename Measure>
-  void Refine(WidthsOf widths, Measure measure, bool sixteenBit) {
+  KAVRI_CAMERA_INLINE void Refine(WidthsOf widths, Measure measure, bool sixteenBit) {
     for (int i = 0; i < lines_.Size();) {
       const CameraLine found = lines_[i];
       auto [lowest, highest, step] = widths(found.width);
@@ -318,10 +383,10 @@ class LineSearch {
       for (int32_t tw = lowest; tw <= highest; tw += step) {
         const int32_t reach = (tw + 7) >> 3, minimum = CameraMul32(record_.threshold, tw);
         const int32_t last = std::min(n_ - tw, found.position + reach);
-        ForRuns(std::max(found.position - reach, tw), last, 1, [&](int32_t first, int count) {
+        ForRuns(std::max(found.position - reach, tw), last, 1, [&](int32_t first, int count) KAVRI_CAMERA_LAMBDA {
           int32_t responses[kRun];
           measure(first, tw, count, responses);
-          if (Largest(responses, count) < minimum) return;
+          if (LargestOf(responses, count) < minimum) return;
           for (int i = 0; i < count; ++i) {
             if (responses[i] < minimum) continue;
             int32_t strength = Strength(responses[i], tw);
@@ -338,32 +403,37 @@ class LineSearch {
     }
   }
 
-  void RefineColor() {
+  KAVRI_CAMERA_INLINE void RefineColor() {
     Refine(
-        [](int32_t w0) {
+        [](int32_t w0) KAVRI_CAMERA_LAMBDA {
           return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
         },
-        [this](int32_t first, int32_t tw, int count, int32_t* out) { buffers_.BestResponses(first, 1, tw, count, out); },
+        [this](int32_t first, int32_t tw, int count, int32_t* out) KAVRI_CAMERA_LAMBDA {
+          T responses[kRun];
+          EvenResponses(sums_, first, 1, tw, count, responses);
+          for (int i = 0; i < count; ++i) out[i] = Largest(responses[i]);
+        },
         false);
   }
 
-  void RefineBW() {
+  KAVRI_CAMERA_INLINE void RefineBW() {
     const bool fine = record_.fineWidthStep;
     Refine(
-        [fine](int32_t w0) {
+        [fine](int32_t w0) KAVRI_CAMERA_LAMBDA {
           return fine ? Widths{std::max((w0 * 7) >> 3, 2), (w0 * 9 + 7) >> 3, 1}
                       : Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
         },
         // The strength of a luma refine is kept to 16 bits.
-        [this](int32_t first, int32_t tw, int count, int32_t* out) {
-          WeightedResponses(buffers_.sums[0], first, tw, count, out);
+        [this](int32_t first, int32_t tw, int count, int32_t* out) KAVRI_CAMERA_LAMBDA {
+          WeightedResponses(reinterpret_cast<const int32_t*>(sums_), first, tw, count, out);
         },
         true);
   }
 
   // Writes the lines left to right into the slots and clears the slots
   // after them. Channel averages only in colour.
-  void Report(int index, bool colour) {
+  void Report(int index) {
+    constexpr bool colour = kLanes == 4;
     lines_.SortByPosition();
     const int count = lines_.Size();
     std::atomic_ref<uint16_t>(record_.lineCount).store(uint16_t(count), std::memory_order_relaxed);
@@ -373,8 +443,14 @@ class LineSearch {
     const int32_t range = CameraSub32(record_.rangeMax, record_.rangeMin);
     for (int i = 0; i < count; ++i) {
       const CameraLine& line = lines_[i];
-      int32_t averages[4] = {};  // grey, red, green, blue
-      for (int b = 0; b < buffers_.count; ++b) averages[b] = Average(buffers_.sums[b], line);
+      // Means over the line, grey, red, green, blue, in the sums' own sign.
+      const int32_t h = line.width / 2;
+      const T sum = Load(sums_[line.position + h]) - Load(sums_[line.position - h]);
+      int32_t averages[4] = {};
+      for (int b = 0; b < kLanes; ++b) {
+        averages[b] = reinterpret_cast<const int32_t*>(&sum)[b] / line.width;
+        if (!record_.bright) averages[b] = -averages[b];
+      }
       const int32_t position =
           CameraAdd32(CameraAdd32(n_ / 2, CameraMul32(range, line.position)) / n_, record_.rangeMin);
       const int32_t width = CameraAdd32(n_ / 2, CameraMul32(range, line.width)) / n_;
@@ -398,39 +474,17 @@ class LineSearch {
     ClearSlots(record_, count, colour);
   }
 
-  // Clears the slots from first on, never past the five the record has.
-  static void ClearSlots(CameraAnalysisMaxOnLine2& record, int first, bool colour) {
-    for (int i = first; i < std::min(record.lineCountMax, kCameraLineSlots); ++i) {
-      for (int16_t* const* slots :
-           {record.positionResults, record.strengthResults, record.widthResults, record.brightnessResults})
-        CameraStoreResult(slots[i], 0);
-      if (colour)
-        for (int16_t* const* slots : {record.redResults, record.greenResults, record.blueResults})
-          CameraStoreResult(slots[i], 0);
-    }
-  }
-
  private:
   struct Widths {
     int32_t lowest, highest, step;
   };
 
-  // Mean over the line, in the buffer's own sign.
-  int32_t Average(const int32_t* sums, const CameraLine& line) const {
-    const int32_t h = line.width / 2, mean = (sums[line.position + h] - sums[line.position - h]) / line.width;
-    return record_.bright ? mean : -mean;
-  }
-
   CameraAnalysisMaxOnLine2& record_;
-  const SumBuffers& buffers_;
-  const LineReach& reach_;
+  const S* sums_;
+  const LineReach<S>& reach_;
   const int32_t n_;
   CameraLineList lines_;
 };
-
-}  // namespace
-
-namespace {
 
 // A record that Init refused, or whose colour flag or sample count changed
 // after Init, finds nothing and says so in its slots.
@@ -439,21 +493,36 @@ bool Unusable(CameraAnalysisMaxOnLine2& record, bool colour) {
       CameraScanWork::Of(record.valueBuffer).Count() == record.sampleCount)
     return false;
   std::atomic_ref<uint16_t>(record.lineCount).store(0, std::memory_order_relaxed);
-  LineSearch::ClearSlots(record, 0, colour);
+  ClearSlots(record, 0, colour);
   return true;
+}
+
+// The prefix sums of the samples already in place, the reach they give, the
+// search, its refinement and the report.
+template <typename S, typename Refine>
+KAVRI_CAMERA_INLINE void SearchSamples(CameraAnalysisMaxOnLine2& record, S* samples, int index, Refine refine) {
+  LineReach<S> reach(CameraScanWork::Of(record.valueBuffer).Extra(), record.sampleCount, record.threshold,
+                     record.widthMax);
+  PrefixSums(samples, record.sampleCount, record.bright, reach);
+  reach.Work();
+  LineSearch<S> search(record, samples, reach);
+  search.Search();
+  if (record.refine) refine(search);
+  search.Report(index);
 }
 
 }  // namespace
 
-KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* frame, const unsigned char*,
-                                            const unsigned char*, int) {
+KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, const unsigned char* frame,
+                                                                     const unsigned char*, const unsigned char*, int) {
   if (Unusable(*this, true)) return;
   const int32_t n = sampleCount;
+  StoredLanes* samples = reinterpret_cast<StoredLanes*>(valueBuffer);
   uint16_t histograms[3][256] = {};
   CameraScanSamples<true>(*this, CameraScanWork::Of(valueBuffer), frame,
                           [&](int32_t first, int count, const int32_t* luma, const int32_t* u, const int32_t* v) {
-                            int32_t *red = redBuffer + first + 1, *green = greenBuffer + first + 1,
-                                    *blue = blueBuffer + first + 1, *grey = valueBuffer + first + 1;
+                            int32_t red[kCameraScanRun], green[kCameraScanRun], blue[kCameraScanRun],
+                                grey[kCameraScanRun];
                             for (int i = 0; i < count; ++i) {
                               const CameraRgb colour = CameraYuvToRgb(luma[i], u[i], v[i]);
                               red[i] = colour.red, green[i] = colour.green, blue[i] = colour.blue;
@@ -467,39 +536,28 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
                             } else {
                               for (int i = 0; i < count; ++i) grey[i] = CameraGrey(red[i], green[i], blue[i]);
                             }
+                            // The grey lane is made below under white balance.
+                            for (int i = 0; i < count; ++i)
+                              samples[first + 1 + i] = Lanes{whiteBalance ? 0 : grey[i], red[i], green[i], blue[i]};
                           });
   if (whiteBalance) {
     const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
                   gainB = CameraMedianGain(histograms[2], n);
     for (int32_t j = 1; j <= n; ++j) {
-      redBuffer[j] = (redBuffer[j] * gainR) >> 8;
-      greenBuffer[j] = (greenBuffer[j] * gainG) >> 8;
-      blueBuffer[j] = (blueBuffer[j] * gainB) >> 8;
-      valueBuffer[j] = int16_t(CameraGrey(redBuffer[j], greenBuffer[j], blueBuffer[j]));
+      Lanes sample = (Load(samples[j]) * Lanes{0, gainR, gainG, gainB}) >> 8;
+      sample[0] = int16_t(CameraGrey(sample[1], sample[2], sample[3]));
+      samples[j] = sample;
     }
   }
-  SumBuffers buffers{{valueBuffer, redBuffer, greenBuffer, blueBuffer}, 4};
-  const LineReach reach(CameraScanWork::Of(valueBuffer).Extra(), buffers.sums, 4, n, threshold, widthMax);
-  for (int32_t* buffer : buffers.sums) PrefixSums(buffer, n, bright);
-  LineSearch search(*this, buffers, reach);
-  search.Search();
-  if (refine) search.RefineColor();
-  search.Report(index, true);
+  SearchSamples(*this, samples, index, [](LineSearch<StoredLanes>& search) KAVRI_CAMERA_LAMBDA { search.RefineColor(); });
 }
 
-KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame, const unsigned char*,
-                                         const unsigned char*, int) {
+KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeBW(int index, const unsigned char* frame,
+                                                                  const unsigned char*, const unsigned char*, int) {
   if (Unusable(*this, false)) return;
-  const int32_t n = sampleCount;
   CameraScanSamples<false>(*this, CameraScanWork::Of(valueBuffer), frame,
                            [this](int32_t first, int count, const int32_t* luma, const int32_t*, const int32_t*) {
                              std::copy(luma, luma + count, valueBuffer + first + 1);
                            });
-  SumBuffers buffers{{valueBuffer}, 1};
-  const LineReach reach(CameraScanWork::Of(valueBuffer).Extra(), buffers.sums, 1, n, threshold, widthMax);
-  PrefixSums(valueBuffer, n, bright);
-  LineSearch search(*this, buffers, reach);
-  search.Search();
-  if (refine) search.RefineBW();
-  search.Report(index, false);
+  SearchSamples(*this, valueBuffer, index, [](LineSearch<int32_t>& search) KAVRI_CAMERA_LAMBDA { search.RefineBW(); });
 }

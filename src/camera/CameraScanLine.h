@@ -34,6 +34,8 @@ constexpr int kCameraDebugAnalysis = 2;
 #endif
 // The loops such a finder calls, inlined so that they are built twice too.
 #define KAVRI_CAMERA_INLINE inline __attribute__((always_inline))
+// The same for a lambda handed to such a loop.
+#define KAVRI_CAMERA_LAMBDA __attribute__((always_inline))
 
 // Products and sums that only hostile records push past 32 bits wrap, as the
 // controller's multiply does, instead of being undefined.
