@@ -260,7 +260,7 @@ TEST_F(CameraCaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
     c.PushFrame(goodFrame_);
     c.ScaleSelectTimeout(0.001);
   };
-  auto slow = [this](FakeCamera& c) {
+  auto slow = [this](FakeCamera& c) {  // and no frame after the slow one
     c.SetFrameSource(nullptr);
     c.PushFrame(goodFrame_);
     c.DelayEachFrame(std::chrono::milliseconds(300));
