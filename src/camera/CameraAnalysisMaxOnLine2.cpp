@@ -34,6 +34,10 @@ inline int32_t Largest(int32_t value) { return value; }
 inline int32_t Largest(Lanes value) {
   return std::max(std::max(value[0], value[1]), std::max(value[2], value[3]));
 }
+inline int32_t Smallest(int32_t value) { return value; }
+inline int32_t Smallest(Lanes value) {
+  return std::min(std::min(value[0], value[1]), std::min(value[2], value[3]));
+}
 inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
 inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
 inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
@@ -52,6 +56,28 @@ S Filled(int32_t value) {
   S filled{};
   filled = decltype(Load(filled)){} + value;
   return filled;
+}
+
+// count samples' grey, red, green and blue, each channel on its own, put
+// side by side: four samples at a time by shuffles, which is cheaper than
+// sixteen stores.
+KAVRI_CAMERA_INLINE void Interleave(const int32_t* grey, const int32_t* red, const int32_t* green,
+                                    const int32_t* blue, int count, StoredLanes* out) {
+  int i = 0;
+  for (; i + 4 <= count; i += 4) {
+    Lanes g, r, gr, b;
+    memcpy(&g, grey + i, sizeof g), memcpy(&r, red + i, sizeof r);
+    memcpy(&gr, green + i, sizeof gr), memcpy(&b, blue + i, sizeof b);
+    const Lanes greyRed01 = __builtin_shuffle(g, r, Lanes{0, 4, 1, 5}),
+                greyRed23 = __builtin_shuffle(g, r, Lanes{2, 6, 3, 7}),
+                greenBlue01 = __builtin_shuffle(gr, b, Lanes{0, 4, 1, 5}),
+                greenBlue23 = __builtin_shuffle(gr, b, Lanes{2, 6, 3, 7});
+    out[i] = __builtin_shuffle(greyRed01, greenBlue01, Lanes{0, 1, 4, 5});
+    out[i + 1] = __builtin_shuffle(greyRed01, greenBlue01, Lanes{2, 3, 6, 7});
+    out[i + 2] = __builtin_shuffle(greyRed23, greenBlue23, Lanes{0, 1, 4, 5});
+    out[i + 3] = __builtin_shuffle(greyRed23, greenBlue23, Lanes{2, 3, 6, 7});
+  }
+  for (; i < count; ++i) out[i] = Lanes{grey[i], red[i], green[i], blue[i]};
 }
 
 // How far the middle of a line stands above its two flanks. When one flank
@@ -132,7 +158,7 @@ class LineReach {
   // that working out the reach stays linear in the scan line's length.
   static constexpr int32_t kFar = 8;
   static constexpr int kLanes = sizeof(S) / sizeof(int32_t);
-  static size_t Ints(int32_t n) { return (1 + 4 * kLanes) * size_t(Padded(n)); }
+  static size_t Ints(int32_t n) { return (1 + 2 * kLanes) * size_t(Padded(n)); }
 
   LineReach(int32_t* memory, int32_t n, int32_t threshold, int32_t widthMax)
       : blocks_(Blocks(n)),
@@ -150,24 +176,24 @@ class LineReach {
   void Work() {
     if (threshold_ <= 0) return;
     using T = decltype(Load(S{}));
-    const int32_t padded = blocks_ + 2 * kFar;
-    S *low = highest_ + padded, *high = low + padded;
-    std::fill(reach_, reach_ + blocks_, far_ + 1);
     // Padding with values that never decide.
     std::fill(lowest_ - kFar, lowest_, Filled<S>(kNeverDecides));
     std::fill(lowest_ + blocks_, lowest_ + blocks_ + kFar, Filled<S>(kNeverDecides));
     std::fill(highest_ - kFar, highest_, Filled<S>(-kNeverDecides));
     std::fill(highest_ + blocks_, highest_ + blocks_ + kFar, Filled<S>(-kNeverDecides));
-    std::copy(lowest_, lowest_ + blocks_, low);
-    std::copy(highest_, highest_ + blocks_, high);
-    // Grow every window by a block on each side at a time.
-    for (int32_t r = 0; r <= far_; ++r) {
-      for (int32_t k = 0; k < blocks_; ++k) {
-        const T least = Smaller(Load(low[k]), Smaller(Load(lowest_[k - r]), Load(lowest_[k + r])));
-        const T most = Larger(Load(high[k]), Larger(Load(highest_[k - r]), Load(highest_[k + r])));
-        low[k] = least, high[k] = most;
-        if (reach_[k] > r && Largest(most - least) >= threshold_) reach_[k] = r;
+    const T below = T{} + threshold_, one = T{} + 1, none = T{};
+    for (int32_t k = 0; k < blocks_; ++k) {
+      // Grow the window by a block on each side at a time, counting per lane
+      // the sizes that still spread less than the threshold: the spread only
+      // grows, so the count is where the lane first reaches it, and the
+      // first of the lanes decides.
+      T least = Load(lowest_[k]), most = Load(highest_[k]), tooNarrow = none;
+      for (int32_t r = 0; r <= far_; ++r) {
+        least = Smaller(least, Smaller(Load(lowest_[k - r]), Load(lowest_[k + r])));
+        most = Larger(most, Larger(Load(highest_[k - r]), Load(highest_[k + r])));
+        tooNarrow += most - least < below ? one : none;
       }
+      reach_[k] = Smallest(tooNarrow);
     }
   }
 
@@ -533,12 +559,12 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
                                 ++histograms[1][green[i]];
                                 ++histograms[2][blue[i]];
                               }
+                              // The grey lane is made below.
+                              std::fill(grey, grey + count, 0);
                             } else {
                               for (int i = 0; i < count; ++i) grey[i] = CameraGrey(red[i], green[i], blue[i]);
                             }
-                            // The grey lane is made below under white balance.
-                            for (int i = 0; i < count; ++i)
-                              samples[first + 1 + i] = Lanes{whiteBalance ? 0 : grey[i], red[i], green[i], blue[i]};
+                            Interleave(grey, red, green, blue, count, samples + first + 1);
                           });
   if (whiteBalance) {
     const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
