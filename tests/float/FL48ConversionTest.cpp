@@ -8,14 +8,12 @@ namespace {
 
 using namespace fl48test;
 
-TEST(FL48ConvFromShort, ZeroAndNoValueAndOnlyTheLowSixteenBits) {
+// Zero is the underflow code and -32768 no value; only the low 16 bits count.
+TEST(FL48ConvToShort, EveryIntegerComesBackInEveryMode) {
   EXPECT_TRUE(SameWords(FromShort(0), Make(FL48_CODE_UNDERFLOW, 0)));
   EXPECT_TRUE(SameWords(FromShort(-32768), Make(FL48_CODE_UNDEFINED, 0)));
   EXPECT_TRUE(SameWords(FromShort(0x10005), FromShort(5)));
   EXPECT_TRUE(SameWords(FromShort(0xFFFF), FromShort(-1)));
-}
-
-TEST(FL48ConvToShort, EveryIntegerComesBackInEveryMode) {
   for (int n = -32768; n <= 32767; ++n) {
     const FL48 x = FromShort(n);
     for (int mode = 0; mode < 4; ++mode) ASSERT_EQ(FL48_ConvToShort(&x, mode), n) << n << " mode " << mode;
