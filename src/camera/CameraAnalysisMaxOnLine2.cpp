@@ -158,7 +158,7 @@ class LineReach {
   // that working out the reach stays linear in the scan line's length.
   static constexpr int32_t kFar = 8;
   static constexpr int kLanes = sizeof(S) / sizeof(int32_t);
-  static size_t Ints(int32_t n) { return (1 + 2 * kLanes) * size_t(Padded(n)); }
+  static size_t Ints(int32_t n) { return (2 + 2 * kLanes) * size_t(Padded(n)); }
 
   LineReach(int32_t* memory, int32_t n, int32_t threshold, int32_t widthMax)
       : blocks_(Blocks(n)),
@@ -166,7 +166,8 @@ class LineReach {
         far_(int32_t(std::clamp<int64_t>((int64_t(widthMax) + kBlock - 1) / kBlock, 0, kFar))),
         reach_(memory),
         lowest_(reinterpret_cast<S*>(memory + Padded(n)) + kFar),
-        highest_(lowest_ + Padded(n)) {}
+        highest_(lowest_ + Padded(n)),
+        stretches_(reinterpret_cast<int32_t*>(highest_ - kFar + Padded(n))) {}
 
   // Smallest and largest sample of block k, set by the caller for every
   // block before Work.
@@ -209,22 +210,19 @@ class LineReach {
   }
 
   // Calls visit(first, last) for the stretches of centres from first to
-  // last whose trials, reaching reach blocks, may find a line.
+  // last whose trials, reaching reach blocks, may find a line. Several
+  // widths share a reach: the stretches of blocks are listed once for it.
   template <typename Visit>
-  KAVRI_CAMERA_INLINE void ForStretches(int32_t first, int32_t last, int32_t reach, Visit visit) const {
+  KAVRI_CAMERA_INLINE void ForStretches(int32_t first, int32_t last, int32_t reach, Visit visit) {
     if (reach < 0) {
       visit(first, last);
       return;
     }
-    for (int32_t k = Block(first), end = Block(last); k <= end;) {
-      if (reach_[k] > reach) {
-        ++k;
-        continue;
-      }
-      const int32_t from = k;
-      while (k + 1 <= end && reach_[k + 1] <= reach) ++k;
-      visit(std::max(first, from * kBlock + 1), std::min(last, (k + 1) * kBlock));
-      ++k;
+    if (reach != listed_) List(reach);
+    const int32_t firstBlock = Block(first), lastBlock = Block(last);
+    for (int32_t i = 0; i < stretchCount_ && stretches_[2 * i] <= lastBlock; ++i) {
+      const int32_t from = std::max(stretches_[2 * i], firstBlock), to = std::min(stretches_[2 * i + 1], lastBlock);
+      if (from <= to) visit(std::max(first, from * kBlock + 1), std::min(last, (to + 1) * kBlock));
     }
   }
 
@@ -232,6 +230,19 @@ class LineReach {
 
  private:
   static constexpr int32_t kNeverDecides = 1 << 24;  // far beyond any sample
+
+  // First and last block of each run of blocks whose reach is at most
+  // reach.
+  void List(int32_t reach) {
+    stretchCount_ = 0;
+    for (int32_t k = 0; k < blocks_; ++k) {
+      if (reach_[k] > reach) continue;
+      stretches_[2 * stretchCount_] = k;
+      while (k + 1 < blocks_ && reach_[k + 1] <= reach) ++k;
+      stretches_[2 * stretchCount_++ + 1] = k;
+    }
+    listed_ = reach;
+  }
 
   static int32_t Padded(int32_t n) { return Blocks(n) + 2 * kFar; }
   // Block of centre or sample c (samples count from 1).
@@ -241,6 +252,9 @@ class LineReach {
   int32_t blocks_, threshold_, far_;
   int32_t* reach_;
   S *lowest_, *highest_;
+  // Runs of blocks as pairs, for the reach listed last.
+  int32_t* stretches_;
+  int32_t stretchCount_ = 0, listed_ = -1;
 };
 
 // Prefix sums in place over samples 1 .. n, negated for dark lines so that
@@ -353,7 +367,7 @@ class LineSearch {
   // candidate are passed by.
   static constexpr int kGroup = kLanes > 1 ? 8 : kRun;
 
-  LineSearch(CameraAnalysisMaxOnLine2& record, const S* sums, const LineReach<S>& reach)
+  LineSearch(CameraAnalysisMaxOnLine2& record, const S* sums, LineReach<S>& reach)
       : record_(record), sums_(sums), reach_(reach), n_(record.sampleCount), lines_(record.lineCountMax) {}
 
   // Every width from the minimum to the maximum in steps of an eighth,
@@ -507,7 +521,7 @@ class LineSearch {
 
   CameraAnalysisMaxOnLine2& record_;
   const S* sums_;
-  const LineReach<S>& reach_;
+  LineReach<S>& reach_;
   const int32_t n_;
   CameraLineList lines_;
 };
