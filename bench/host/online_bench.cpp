@@ -5,7 +5,9 @@
 //   camera at 640 x 480 and 30 frames per second, with a PC that answers at
 //   once and with one that needs 50 ms a frame, and the camera server's own
 //   CPU time per frame.
+#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,14 +33,16 @@ namespace {
 constexpr size_t kCommandSize = sizeof(xoIF2013Command_IoExchange);
 constexpr size_t kReplySize = sizeof(xoIF2013Reply_IoExchange);
 
-// At the controller's link priority, so that a busy machine favours neither.
-[[noreturn]] void RunEchoServer(int port) {
+// At the controller's link priority and with its socket option, so that a
+// busy machine favours neither and the replies leave the same way.
+[[noreturn]] void RunEchoServer(int listener) {
   if (nice(-10) == -1) perror("nice");
-  int listener = ListenOnLoopback(port);
   uint8_t command[kCommandSize];
   uint8_t reply[kReplySize] = {};
   for (;;) {
     int fd = accept(listener, nullptr, nullptr);
+    int noDelay = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
     while (read(fd, command, sizeof command) == sizeof command)
       if (write(fd, reply, sizeof reply) != sizeof reply) break;
     close(fd);
@@ -53,17 +57,27 @@ double RoundTripSeconds(TestClient& client, const xoIF2013Command_IoExchange& co
 }
 
 // Arg 1: the controller's log buffered, as a host writing it to a file has
-// it; Arg 0: unbuffered, one write per printed piece (the tests' setting).
+// it; Arg 0: unbuffered, a write per call that prints (the tests' setting).
 void BM_IoExchangeAgainstBareRoundTrip(benchmark::State& state) {
   ControllerProcess controller({.bufferedOutput = state.range(0) != 0});
   if (!controller.WaitUntilListening()) {
     state.SkipWithError("controller did not start");
     return;
   }
-  int echoPort = FindFreePort();
+  // Listening before the fork, on the port the kernel picked: no other
+  // process can take it in between, and the client need not wait.
+  int listener = ListenOnLoopback(0);
+  sockaddr_in bound{};
+  socklen_t boundLength = sizeof bound;
+  if (listener < 0 || getsockname(listener, reinterpret_cast<sockaddr*>(&bound), &boundLength) != 0) {
+    if (listener >= 0) close(listener);
+    state.SkipWithError("echo server cannot listen");
+    return;
+  }
+  const int echoPort = ntohs(bound.sin_port);
   pid_t echo = fork();
-  if (echo == 0) RunEchoServer(echoPort);
-  WaitFor([&] { return PortIsListening(echoPort); });
+  if (echo == 0) RunEchoServer(listener);
+  close(listener);
   TestClient exchangeClient(controller.port());
   TestClient echoClient(echoPort);
   xoIF2013Command_IoExchange command{KavriCmdIoExchange, {100, 200}};

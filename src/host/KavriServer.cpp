@@ -2,10 +2,12 @@
 #include "host/KavriServer.h"
 
 #include <arpa/inet.h>
+#include <netinet/tcp.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -22,6 +24,58 @@ namespace {
 
 // Network order; written once by KavriLib_Init before any listener exists.
 std::atomic<uint32_t> ListenAddress{htonl(INADDR_ANY)};
+
+// What the connection's last read brought beyond the command it was for. A
+// read at a command's start takes whatever is queued, up to the size of the
+// download command: an exchange then costs one read, commands the PC sent
+// back to back are kept for their turn, and the code behind a download is
+// never reached, so the download reads it from the socket itself. Per thread,
+// as only the server thread serves connections.
+struct ReadAheadBuffer {
+  int fd = -1;
+  size_t begin = 0;
+  size_t end = 0;
+  uint8_t bytes[sizeof(xoIF2013Command_DownloadCode)];
+};
+thread_local ReadAheadBuffer ReadAhead;
+
+ssize_t ReadOrTimeOut(int fd, void* buffer, size_t length, int flags) {
+  ssize_t received = flags ? recv(fd, buffer, length, flags) : read(fd, buffer, length);
+  // An expired receive time-out means the PC sent nothing: a short read.
+  if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
+  return received;
+}
+
+size_t TakeReadAhead(int fd, void* buffer, size_t length) {
+  ReadAheadBuffer& ahead = ReadAhead;
+  if (ahead.fd != fd) return 0;
+  size_t count = std::min(length, ahead.end - ahead.begin);
+  memcpy(buffer, ahead.bytes + ahead.begin, count);
+  ahead.begin += count;
+  return count;
+}
+
+// A piece of a command that must have arrived with it. When part of it was
+// read ahead, the rest is only what is queued now, as the one read a command
+// gets would have returned; when none was, that one read is made.
+ssize_t ReadCommandPiece(int fd, void* buffer, size_t length) {
+  size_t taken = TakeReadAhead(fd, buffer, length);
+  if (taken == length) return static_cast<ssize_t>(taken);
+  ssize_t received = ReadOrTimeOut(fd, static_cast<uint8_t*>(buffer) + taken, length - taken, taken ? MSG_DONTWAIT : 0);
+  if (received < 0) return received;
+  return static_cast<ssize_t>(taken) + received;
+}
+
+ssize_t ReadCommandWord(int fd, xoIF2013Command_Base* command) {
+  ReadAheadBuffer& ahead = ReadAhead;
+  if (ahead.begin == ahead.end) {
+    ahead.begin = ahead.end = 0;
+    ssize_t received = ReadOrTimeOut(fd, ahead.bytes, sizeof ahead.bytes, 0);
+    if (received <= 0) return received;
+    ahead.end = static_cast<size_t>(received);
+  }
+  return ReadCommandPiece(fd, command, sizeof *command);
+}
 
 [[noreturn]] void FailServer(const char* message) {
   fputs(message, stderr);
@@ -55,7 +109,7 @@ void RunCommandLoop(int fd) {
   for (;;) {
     ReportRatesIfDue();
     xoIF2013Command_Base command{};
-    ssize_t received = ReadOnce(fd, &command, sizeof command);
+    ssize_t received = ReadCommandWord(fd, &command);
     if (received < 0) {
       fprintf(stderr, "ERROR calling read\n");
       return;
@@ -87,7 +141,12 @@ void ServeConnection(int fd, const sockaddr_in& peer) {
   SetSocketTimeouts(fd);
   PrintPeerLine("Accepted connection request from %d.%d.%d.%d\n", peer);
   RateLastTime.store(NowMilliseconds(), std::memory_order_relaxed);
+  // Every reply is one write; the PC waits for it, so it goes out at once.
+  int noDelay = 1;
+  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof noDelay);
+  ReadAhead = {fd};
   RunCommandLoop(fd);
+  ReadAhead = {};
   PrintPeerLine("Closing connection from %d.%d.%d.%d\n", peer);
   close(fd);
   CloseOnlineModeConnection();
@@ -132,10 +191,9 @@ int CreateListeningSocket(int port) {
 }
 
 ssize_t ReadOnce(int fd, void* buffer, size_t length) {
-  ssize_t received = read(fd, buffer, length);
-  // An expired receive time-out means the PC sent nothing: a short read.
-  if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
-  return received;
+  size_t taken = TakeReadAhead(fd, buffer, length);
+  if (taken) return static_cast<ssize_t>(taken);
+  return ReadOrTimeOut(fd, buffer, length, 0);
 }
 
 bool WriteReply(int fd, const void* reply, size_t length) {
@@ -171,7 +229,7 @@ bool ReadCommandExtension(int fd, xoIF2013Command_Base* command, xoIF2013Command
   memset(buffer, 0, length);
   memcpy(buffer, command, sizeof *command);
   unsigned rest = length - sizeof *command;
-  ssize_t received = kavri::ReadOnce(fd, reinterpret_cast<uint8_t*>(buffer) + sizeof *command, rest);
+  ssize_t received = kavri::ReadCommandPiece(fd, reinterpret_cast<uint8_t*>(buffer) + sizeof *command, rest);
   if (received < 0) {
     fprintf(stderr, "ERROR calling read\n");
     return false;

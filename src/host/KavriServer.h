@@ -31,7 +31,8 @@ bool ChooseListenAddress(const char* text);
 // has no purpose.
 int CreateListeningSocket(int port);
 void SetSocketTimeouts(int fd);
-// One read; a receive time-out counts as nothing received.
+// One read, or the bytes the link read ahead of the current command if there
+// are any; a receive time-out counts as nothing received.
 ssize_t ReadOnce(int fd, void* buffer, size_t length);
 // One write of the whole reply; prints the error and returns false if short.
 bool WriteReply(int fd, const void* reply, size_t length);
