@@ -187,9 +187,10 @@ class LineReach {
       // Grow the window by a block on each side at a time, counting per lane
       // the sizes that still spread less than the threshold: the spread only
       // grows, so the count is where the lane first reaches it, and the
-      // first of the lanes decides.
-      T least = Load(lowest_[k]), most = Load(highest_[k]), tooNarrow = none;
-      for (int32_t r = 0; r <= far_; ++r) {
+      // first of the lanes decides. Every width reaches at least a block,
+      // so the block alone is not looked at: its count starts at 1.
+      T least = Load(lowest_[k]), most = Load(highest_[k]), tooNarrow = one;
+      for (int32_t r = 1; r <= far_; ++r) {
         least = Smaller(least, Smaller(Load(lowest_[k - r]), Load(lowest_[k + r])));
         most = Larger(most, Larger(Load(highest_[k - r]), Load(highest_[k + r])));
         tooNarrow += most - least < below ? one : none;
@@ -558,7 +559,8 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
   if (Unusable(*this, true)) return;
   const int32_t n = sampleCount;
   StoredLanes* samples = reinterpret_cast<StoredLanes*>(valueBuffer);
-  uint16_t histograms[3][256] = {};
+  uint16_t histograms[3][256];
+  if (whiteBalance) memset(histograms, 0, sizeof histograms);
   CameraScanSamples<true>(*this, CameraScanWork::Of(valueBuffer), frame,
                           [&](int32_t first, int count, const int32_t* luma, const int32_t* u, const int32_t* v) {
                             int32_t red[kCameraScanRun], green[kCameraScanRun], blue[kCameraScanRun],
