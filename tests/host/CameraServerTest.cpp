@@ -1,31 +1,63 @@
 // The camera server seen from a PC: a real TCP client on loopback, frames
 // from the fake camera through the capture thread, or frames handed to the
 // delivery record by the test itself where the exact buffer state matters.
+// When things go wrong (a PC that vanishes at any point of the stream, a
+// camera that fails at any step) both threads end by their own paths, the
+// buffers come back and no descriptor is left open.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "ControllerProcess.h"
 #include "LinkHandlerCall.h"
+#include "OpenFds.h"
 #include "TestClient.h"
+#include "WaitFor.h"
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/JpegFrames.h"
 #include "host/CameraServer.h"
+#include "host/KavriState.h"
 #include "host/OnlineMode.h"
 #include "kavri/Camera.h"
-#include "host/KavriState.h"
 
 namespace {
 
-using camera_devices::Bytes;
 using camera_devices::FakeCamera;
+using camera_devices::FakeStep;
 
 CameraAnalysisDeliverFrame& Record() { return CameraAnalysisDeliverFrame_Inst; }
 
-bool BuffersLent() {
-  return std::atomic_ref<uint8_t*>(Record().buffer[0]).load() && std::atomic_ref<uint8_t*>(Record().buffer[1]).load();
+int LentBuffers() {
+  return (std::atomic_ref<uint8_t*>(Record().buffer[0]).load() != nullptr) +
+         (std::atomic_ref<uint8_t*>(Record().buffer[1]).load() != nullptr);
+}
+
+// The port this process listens on, found by probing its descriptors (the
+// emulator shows /proc/self/fd only in part); 0 if none listens. The server
+// binds port 0, the kernel's choice, so no parallel test can take it first.
+int OwnListeningPort() {
+  for (int fd = 0; fd < 1024; ++fd) {
+    int listening = 0;
+    socklen_t length = sizeof listening;
+    sockaddr_in address{};
+    socklen_t addressLength = sizeof address;
+    if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &length) == 0 && listening &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 && address.sin_family == AF_INET)
+      return ntohs(address.sin_port);
+  }
+  return 0;
+}
+
+bool BothThreadsEnded() {
+  return WaitFor([] { return !CameraThreadRunning.load() && !CameraServerThreadRunning.load(); });
+}
+
+bool ServerEnds() {
+  return WaitFor([] { return !CameraServerThreadRunning.load(); });
 }
 
 struct Frame {
@@ -34,17 +66,25 @@ struct Frame {
   bool complete = false;
 };
 
+constexpr size_t kHeader = sizeof(KavriCameraFrameHeader);
+
+uint32_t FrameSize(const std::vector<uint8_t>& header) {
+  KavriCameraFrameHeader fields{};
+  memcpy(&fields, header.data(), std::min(header.size(), kHeader));
+  return fields.size;
+}
+
 Frame ReceiveFrame(TestClient& pc) {
   Frame frame;
-  std::vector<uint8_t> head = pc.Receive(sizeof frame.header);
-  if (head.size() != sizeof frame.header) return frame;
-  memcpy(&frame.header, head.data(), sizeof frame.header);
+  std::vector<uint8_t> head = pc.Receive(kHeader);
+  if (head.size() != kHeader) return frame;
+  memcpy(&frame.header, head.data(), kHeader);
   frame.data = pc.Receive(frame.header.size);
   frame.complete = frame.data.size() == frame.header.size;
   return frame;
 }
 
-Bytes TestPicture(int width, int height, uint32_t sequence) {
+camera_devices::Bytes TestPicture(uint32_t sequence, int width, int height) {
   std::vector<uint8_t> yuyv(size_t(width) * height * 2);
   for (size_t i = 0; i < yuyv.size(); ++i) yuyv[i] = uint8_t(i % 2 ? 128 : (i / 2 + sequence * 8) % 220 + 16);
   return camera_devices::EncodeYuyvJpeg(yuyv.data(), width, height);
@@ -53,24 +93,30 @@ Bytes TestPicture(int width, int height, uint32_t sequence) {
 class CameraServer : public ::testing::Test {
  protected:
   void SetUp() override {
-    port_ = FindFreePort();
-    CameraServerPort = port_;
+    CameraServerPort = 0;
+    fdsBefore_ = CountOpenFds();
+    InstallCamera();
   }
   void TearDown() override {
     Record().EndWriting();
-    StopThreadCameraServer();
     CameraThreadTerminate.store(true);
-    EXPECT_TRUE(WaitFor([] { return !CameraThreadRunning.load() && !CameraServerThreadRunning.load(); }));
-    if (camera_) FakeCamera::Uninstall();
+    StopThreadCameraServer();
+    EXPECT_TRUE(BothThreadsEnded());
+    FakeCamera::Uninstall();
+  }
+  void InstallCamera() {
+    camera_ = &FakeCamera::Install();
+    camera_->SetFrameSource(TestPicture);
   }
 
-  void StartCameraOnline(int width, int height) {
-    if (!camera_) {
-      camera_ = &FakeCamera::Install();
-      camera_->SetFrameSource([](uint32_t sequence, int w, int h) { return TestPicture(w, h, sequence); });
-    }
+  void StartCameraOnline(int width = 64, int height = 48) {
     xoIF2013Command_StartCameraOnline command{KavriCmdStartCameraOnline, width, height, 30, 50};
-    ASSERT_EQ(CallLinkHandlerForCode(kavri::HandleStartCameraOnline, &command, sizeof command), KavriReplyStartCameraOnline);
+    ASSERT_EQ(CallLinkHandlerForCode(kavri::HandleStartCameraOnline, &command, sizeof command),
+              KavriReplyStartCameraOnline);
+  }
+  void StopCameraOnline() {
+    xoIF2013Command_Base stop{KavriCmdStopCameraOnline};
+    EXPECT_EQ(CallLinkHandlerForCode(kavri::HandleStopCameraOnline, &stop, sizeof stop), KavriReplyStopCameraOnline);
   }
   // The server alone, with the test as the capture thread.
   void StartServer(int width, int height) {
@@ -79,19 +125,25 @@ class CameraServer : public ::testing::Test {
     ASSERT_EQ(StartThreadCameraServer(), 1);
     ASSERT_TRUE(WaitFor([] { return Record().IsEnabled(); }));
   }
-  void Deliver(const std::vector<uint8_t>& frame) {
-    Record().Analyze(0, nullptr, nullptr, frame.data(), int(frame.size()));
-  }
+  void Deliver(const std::vector<uint8_t>& frame) { Record().Analyze(0, nullptr, nullptr, frame.data(), int(frame.size())); }
   std::unique_ptr<TestClient> ConnectPc() {
-    EXPECT_TRUE(WaitFor([&] { return PortIsListening(port_); }));
-    return std::make_unique<TestClient>(port_, 20);
+    int port = 0;
+    EXPECT_TRUE(WaitFor([&] { return (port = OwnListeningPort()) != 0; }));
+    return std::make_unique<TestClient>(port, 20);
   }
-  static bool ServerEnds() {
-    return WaitFor([] { return !CameraServerThreadRunning.load(); });
+  // Nothing of the session is left: threads, buffers, the device, descriptors.
+  // A mapping whose unmap failed stays, as the kernel's would.
+  void ExpectAllReleased(int stillMapped = 0) {
+    EXPECT_TRUE(BothThreadsEnded());
+    EXPECT_EQ(LentBuffers(), 0);
+    EXPECT_FALSE(Record().IsEnabled());
+    EXPECT_FALSE(camera_->IsOpen());
+    EXPECT_EQ(camera_->MappedBufferCount(), stillMapped);
+    EXPECT_EQ(CountOpenFds(), fdsBefore_);
   }
 
-  int port_ = 0;
   FakeCamera* camera_ = nullptr;
+  int fdsBefore_ = 0;
 };
 
 TEST_F(CameraServer, CameraFramesArriveWithTheirHeaderAndDecode) {
@@ -110,10 +162,9 @@ TEST_F(CameraServer, CameraFramesArriveWithTheirHeaderAndDecode) {
     EXPECT_EQ(xoProJpegDec(frame.data.data(), int(frame.data.size()), decoded.data(), int(decoded.size())), 1);
     pc->SendWord(KavriCameraFrameAck);
   }
-  xoIF2013Command_Base stop{KavriCmdStopCameraOnline};
-  EXPECT_EQ(CallLinkHandlerForCode(kavri::HandleStopCameraOnline, &stop, sizeof stop), KavriReplyStopCameraOnline);
+  StopCameraOnline();
   EXPECT_FALSE(CameraServerThreadRunning.load());
-  EXPECT_FALSE(BuffersLent());
+  EXPECT_EQ(LentBuffers(), 0);
 }
 
 TEST_F(CameraServer, BacklogCountsTheFramesStillWaiting) {
@@ -174,8 +225,8 @@ TEST_F(CameraServer, RunThatCannotGoOnEndsWithItsMessageAndTakesTheBuffersBack) 
     std::string printed = ::testing::internal::GetCapturedStderr();
     EXPECT_TRUE(ended);
     EXPECT_NE(printed.find(c.message), std::string::npos) << printed;
-    EXPECT_FALSE(PortIsListening(port_));
-    EXPECT_FALSE(BuffersLent());
+    EXPECT_EQ(OwnListeningPort(), 0);
+    EXPECT_EQ(LentBuffers(), 0);
   }
 }
 
@@ -189,10 +240,10 @@ TEST_F(CameraServer, StopWaitsForACopyUnderWayBeforeFreeing) {
   // The server runs at the lowest priority: on a busy machine it may reach
   // its clean-up only after the stop has given up waiting.
   EXPECT_TRUE(WaitFor([] { return !Record().IsEnabled(); }));
-  EXPECT_TRUE(BuffersLent());
+  EXPECT_EQ(LentBuffers(), 2);
   Record().EndWriting();
   EXPECT_TRUE(ServerEnds());
-  EXPECT_FALSE(BuffersLent());
+  EXPECT_EQ(LentBuffers(), 0);
 }
 
 TEST_F(CameraServer, SecondStartReplacesTheFirstWithItsOwnSize) {
@@ -204,6 +255,96 @@ TEST_F(CameraServer, SecondStartReplacesTheFirstWithItsOwnSize) {
   EXPECT_EQ(frame.header.width, 32);
   EXPECT_EQ(frame.header.height, 24);
   EXPECT_EQ(frame.header.capacity, 32u * 24u * 2u);
+}
+
+// What the PC does before it vanishes, after acknowledging `frames` whole ones.
+struct VanishCase {
+  const char* name;
+  int frames;
+  std::function<void(TestClient&)> last;
+};
+
+TEST_F(CameraServer, PcVanishingAtAnyPointOfTheStreamEndsTheServerAlone) {
+  const VanishCase cases[] = {
+      {"before the first frame", 0, [](TestClient&) {}},
+      {"inside the header", 0, [](TestClient& pc) { pc.Receive(kHeader / 2); }},
+      {"after the header", 0, [](TestClient& pc) { pc.Receive(kHeader); }},
+      {"inside the frame", 0, [](TestClient& pc) { pc.Receive(FrameSize(pc.Receive(kHeader)) / 2); }},
+      {"before the acknowledgement", 0, [](TestClient& pc) { pc.Receive(FrameSize(pc.Receive(kHeader))); }},
+      {"inside the acknowledgement", 0,
+       [](TestClient& pc) {
+         pc.Receive(FrameSize(pc.Receive(kHeader)));
+         const uint32_t ack = KavriCameraFrameAck;
+         pc.Send(&ack, 2);
+       }},
+      {"after an acknowledgement", 1, [](TestClient&) {}},
+      {"after three frames", 3, [](TestClient&) {}},
+  };
+  const char* const ends[] = {"ERROR calling write", "ERROR calling read in camera server",
+                              "ERROR received illegal command packet (length<4) in camera server"};
+  for (const VanishCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    ::testing::internal::CaptureStderr();
+    StartCameraOnline();
+    {
+      auto pc = ConnectPc();
+      for (int frame = 0; frame < c.frames; ++frame) {
+        Frame whole = ReceiveFrame(*pc);
+        ASSERT_TRUE(whole.complete);
+        pc->SendWord(KavriCameraFrameAck);
+      }
+      c.last(*pc);
+    }
+    // No stop is asked for: the server ends on its own, the capture goes on.
+    bool serverEnded = ServerEnds();
+    std::string printed = ::testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(serverEnded);
+    EXPECT_TRUE(CameraThreadRunning.load());
+    int paths = 0;
+    for (const char* end : ends) paths += printed.find(end) != std::string::npos;
+    EXPECT_EQ(paths, 1) << printed;
+    StopCameraOnline();
+    ExpectAllReleased();
+  }
+}
+
+TEST_F(CameraServer, CameraFailingAtAnyStepIsWoundDownByStopCameraOnline) {
+  const struct {
+    const char* name;
+    FakeStep step;
+    int skip;         // calls that succeed first
+    bool atTeardown;  // the step is only taken when the capture is stopped
+  } faults[] = {
+      {"stat", FakeStep::Stat, 0, false},          {"open", FakeStep::Open, 0, false},
+      {"capabilities", FakeStep::QueryCap, 0, false}, {"format", FakeStep::SetFormat, 0, false},
+      {"frame rate", FakeStep::SetParm, 0, false}, {"request buffers", FakeStep::ReqBufs, 0, false},
+      {"query buffer", FakeStep::QueryBuf, 1, false}, {"map", FakeStep::Mmap, 2, false},
+      {"queue", FakeStep::QBuf, 1, false},         {"stream on", FakeStep::StreamOn, 0, false},
+      {"select", FakeStep::Select, 3, false},      {"dequeue", FakeStep::DqBuf, 3, false},
+      {"give back", FakeStep::QBuf, 6, false},     {"stream off", FakeStep::StreamOff, 0, true},
+      {"unmap", FakeStep::Munmap, 1, true},        {"close", FakeStep::Close, 0, true},
+  };
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    camera_->FailStep(fault.step, EIO, fault.skip);
+    ::testing::internal::CaptureStderr();
+    StartCameraOnline();
+    {
+      // Connected and silent: the server sends at most one frame and waits
+      // for its acknowledgement, or waits for a frame that never comes.
+      auto pc = ConnectPc();
+      if (fault.atTeardown)
+        EXPECT_TRUE(WaitFor([this] { return camera_->FramesServed() >= 2; }));
+      else
+        EXPECT_TRUE(WaitFor([] { return !CameraThreadRunning.load(); })) << "the fault ends the capture";
+      StopCameraOnline();
+      EXPECT_TRUE(BothThreadsEnded());
+    }
+    std::string printed = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(printed.find("Camera Error at "), std::string::npos) << printed;
+    ExpectAllReleased(fault.step == FakeStep::Munmap ? 1 : 0);
+    InstallCamera();
+  }
 }
 
 }  // namespace

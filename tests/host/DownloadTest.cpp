@@ -27,13 +27,12 @@ using Heard = std::vector<std::pair<std::string, int>>;
 std::mutex heardLock;
 Heard heard;  // program states 2, 3, 4 and 7 as the host heard them
 std::atomic<int> entryCalls{0};
-std::atomic<int> exitAfter{0};       // the call that returns exit code 3; 0: none
 std::atomic<bool> holdSlice{false};  // the entry does not return while set
 
 int32_t CountingEntry() {
-  int call = entryCalls.fetch_add(1) + 1;
+  entryCalls.fetch_add(1);
   WaitFor([] { return !holdSlice.load(); });
-  return call == exitAfter.load() ? 3 : 0x7FFF;
+  return 0x7FFF;
 }
 
 class Programs : public ::testing::Test {
@@ -58,7 +57,7 @@ class Programs : public ::testing::Test {
     KavriLib_SetProgramLibraryPath(nullptr);
     DataAreaDownloadValid = false;
     heard.clear();
-    entryCalls = exitAfter = 0;
+    entryCalls = 0;
     close(fds_[0]);
     close(fds_[1]);
     fs::remove_all(library_.parent_path());
@@ -232,22 +231,6 @@ TEST_F(Programs, StartCodeRunsTheLastDownloadFromTheIoCycleUntilStopped) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(entryCalls, callsAtStop);
   EXPECT_EQ(heard, (Heard{{"null", 4}, {"counter", 2}, {"null", 4}, {"null", 7}}));
-}
-
-TEST_F(Programs, ExitCodeEndsDownloadModeWithoutAnotherSlice) {
-  exitAfter = 25;
-  InstallEntry(CountingEntry);
-  testing::internal::CaptureStdout();
-  ASSERT_EQ(StartThreadsDownloadMode(), 1);
-  EXPECT_TRUE(WaitFor([] { return !kavri::ProgThreadAlive && !MotorIOLib_ThreadIsRunning(); }));
-  EXPECT_THAT(testing::internal::GetCapturedStdout(),
-              testing::ContainsRegex("Program thread started\n(.|\n)*Program terminated with code 3\n(.|\n)*"
-                                     "Program thread terminated with code 0\n"));
-  EXPECT_EQ(entryCalls, 25);  // ten, ten, and the fifth of the third cycle
-  EXPECT_TRUE(CameraThreadTerminate);
-  // An I/O library that calls once more still does not enter the program.
-  EXPECT_FALSE(KavriDownloadIOCallback(nullptr, KAVRI_TRANS_AREA_INDEX));
-  EXPECT_EQ(entryCalls, 25);
 }
 
 TEST_F(Programs, StopFailsWhileTheCameraThreadDoesNotEnd) {

@@ -1,16 +1,18 @@
 // The PC link server seen from a PC: a real TCP client on loopback talking
-// to a controller in a child process.
+// to a controller in a child process; and the address table it serves.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <thread>
 
 #include "ControllerProcess.h"
-#include "DebugFlagBits.h"
 #include "TestClient.h"
+#include "host/DownloadMode.h"
 #include "host/KavriState.h"
 #include "kavri/LinkProtocol.h"
 #include "kavri/MotorIOLib.h"
+#include "kavri/TextGrph.h"
 
 namespace {
 
@@ -91,38 +93,30 @@ TEST_F(LinkServer, MemoryLayoutNamesRunAreaAndTransferArea) {
   EXPECT_EQ(DataAreaDownload, DataAreaRun + KAVRI_AREA_SIZE);
 }
 
-struct FramingCase {
-  const char* name;
-  uint32_t word;
-  const char* message;
-};
-
-TEST_F(LinkServer, UnknownCommandClosesTheConnectionAndTheNextPcIsServed) {
-  const FramingCase cases[] = {
-      {"unknown command code", 0x12345678, "ERROR received illegal command (0x12345678)"},
-      {"a reply code sent as a command", KavriReplyQueryStatus, "ERROR received illegal command (0xbac9723e)"},
+TEST_F(LinkServer, MalformedCommandClosesTheConnectionAndTheNextPcIsServed) {
+  const struct {
+    const char* name;
+    std::vector<uint8_t> sent, sentAfterTheMessage;
+    const char* message;
+  } cases[] = {
+      {"unknown command code", {0x78, 0x56, 0x34, 0x12}, {}, "ERROR received illegal command (0x12345678)"},
+      {"a reply code sent as a command", {0x3e, 0x72, 0xc9, 0xba}, {}, "ERROR received illegal command (0xbac9723e)"},
+      {"command word split over two segments", {0x9a, 0x21}, {0x21, 0xdc},
+       "ERROR received illegal command packet (length<4)\n"},
+      {"silent PC, after the read time-out", {}, {}, "ERROR received illegal command packet (length<4)\n"},
   };
-  Start();
-  for (const FramingCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
+    Start();
     TestClient client(port());
-    client.SendWord(c.word);
-    EXPECT_TRUE(client.WaitForClose());
+    ASSERT_TRUE(controller_->WaitForStdout("Accepted connection request from 127.0.0.1\n"));
+    client.Send(c.sent.data(), c.sent.size());
     EXPECT_TRUE(controller_->WaitForStderr(c.message)) << controller_->Stderr();
+    client.Send(c.sentAfterTheMessage.data(), c.sentAfterTheMessage.size());
+    EXPECT_TRUE(client.WaitForClose());
+    EXPECT_EQ(controller_->Stdout().find("Received query status command"), std::string::npos);
     EXPECT_EQ(QueryStatus(port()).size(), 24u);
   }
-}
-
-TEST_F(LinkServer, CommandWordSplitOverTwoSegmentsIsRejected) {
-  Start();
-  TestClient client(port());
-  ASSERT_TRUE(controller_->WaitForStdout("Accepted connection request from 127.0.0.1\n"));
-  const uint8_t word[4] = {0x9a, 0x21, 0x21, 0xdc};
-  client.Send(word, 2);
-  EXPECT_TRUE(controller_->WaitForStderr("ERROR received illegal command packet (length<4)\n"));
-  client.Send(word + 2, 2);
-  EXPECT_TRUE(client.WaitForClose());
-  EXPECT_EQ(controller_->Stdout().find("Received query status command"), std::string::npos);
 }
 
 TEST_F(LinkServer, SecondPcIsServedAfterTheFirstCloses) {
@@ -137,24 +131,39 @@ TEST_F(LinkServer, SecondPcIsServedAfterTheFirstCloses) {
   EXPECT_TRUE(controller_->WaitForStdout("Closing connection from 127.0.0.1\n"));
 }
 
-TEST_F(LinkServer, SilentPcIsDroppedAfterTheReadTimeout) {
+TEST_F(LinkServer, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
   Start();
   TestClient client(port());
-  EXPECT_TRUE(client.WaitForClose());
-  EXPECT_TRUE(controller_->WaitForStderr("ERROR received illegal command packet (length<4)\n"));
-  EXPECT_EQ(QueryStatus(port()).size(), 24u);
+  client.SendWord(KavriCmdGetLibAddresses);
+  std::vector<uint8_t> reply = client.Receive(sizeof(xoIF2013Reply_LibAddresses));
+  ASSERT_EQ(reply.size(), 240u);
+  client.SendWord(KavriCmdQueryStatus);  // nothing of the table is left over before its reply
+  EXPECT_EQ(client.Receive(4), std::vector<uint8_t>({0x3e, 0x72, 0xc9, 0xba}));
+  uint32_t slots[KAVRI_LIB_ADDRESS_SLOTS];
+  memcpy(slots, reply.data(), sizeof slots);
+  EXPECT_EQ(slots[0], KavriReplyGetLibAddresses);
+  // The forked controller shares this program's addresses.
+  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot)
+    EXPECT_EQ(slots[slot], uint32_t(reinterpret_cast<uintptr_t>(kavri::kLibServices[slot - 1].address))) << slot;
+  EXPECT_EQ(slots[59], uint32_t(reinterpret_cast<uintptr_t>(&TextGrph_Update)));
+  EXPECT_TRUE(controller_->WaitForStdout("Received get lib adresses command\n"));
 }
 
-TEST_F(LinkServer, RatesLineIsPrintedToTheDebugFileUnderBitZero) {
-  Start({.debugFlags = debugflag::kRates});
-  TestClient client(port());
-  bool printed = WaitFor([&] {
-    client.SendWord(KavriCmdQueryStatus);
-    client.Receive(24);
-    return controller_->DebugOutput().find("0 IOs/s, 0 trans/s, 0 frames/s, 0 frames/s requested\n") !=
-           std::string::npos;
-  });
-  EXPECT_TRUE(printed) << controller_->DebugOutput();
+TEST(AddressTable, SlotsAreAlphabeticalButForDisplaySetupAndAllDistinct) {
+  std::vector<std::string> names;
+  std::vector<void (*)()> addresses;
+  for (const kavri::LibService& service : kavri::kLibServices) {
+    names.push_back(service.name);
+    addresses.push_back(service.address);
+  }
+  EXPECT_EQ(names[6], "DisplaySetup");  // slot 7
+  names.erase(names.begin() + 6);
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
+  std::sort(addresses.begin(), addresses.end());
+  EXPECT_EQ(std::adjacent_find(addresses.begin(), addresses.end()), addresses.end());
+  EXPECT_EQ(names.front(), "BluetoothGetSelfRadioCallNumber");
+  EXPECT_EQ(names.back(), "TextGrph_Update");
 }
 
 // Runs in the controller: online mode is on and its outputs are set; a

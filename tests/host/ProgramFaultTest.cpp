@@ -12,6 +12,7 @@
 #include "ProgramImage.h"
 #include "WaitFor.h"
 #include "host/DownloadMode.h"
+#include "kavri/Camera.h"
 #include "kavri/MotorIOLib.h"
 
 namespace {
@@ -55,6 +56,7 @@ class ProgramFaults : public ::testing::Test {
   static void Reset() {
     calls = endAtCall = holdAtCall = 0;
     released = false;
+    CameraThreadTerminate = false;
   }
 };
 
@@ -98,6 +100,8 @@ TEST_F(ProgramFaults, ProgramEndingOrStoppedAtAnySliceIsNeverEnteredAgain) {
     std::string printed = testing::internal::GetCapturedStdout();
     const std::string ended = "Program terminated with code " + std::to_string(c.value) + "\n";
     EXPECT_EQ(printed.find(ended) != std::string::npos, c.fault == Fault::Ends) << printed;
+    EXPECT_NE(printed.find("Program thread terminated with code 0\n"), std::string::npos) << printed;
+    EXPECT_TRUE(CameraThreadTerminate.load());
     EXPECT_EQ(calls, expectedCalls);
     // An I/O library that calls once more after the end still finds no program.
     EXPECT_FALSE(KavriDownloadIOCallback(nullptr, KAVRI_TRANS_AREA_INDEX));
