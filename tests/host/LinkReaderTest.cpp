@@ -1,6 +1,6 @@
-// The link reads ahead of the current command: commands a PC sends back to
-// back are each answered, the code behind a download is read by the download,
-// and an extension that comes in two pieces is still refused.
+// The link reads ahead of the current command: commands sent back to back are
+// each answered, the code behind a download is the download's, and a command
+// in two pieces is still refused.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -20,59 +20,50 @@ Bytes operator+(Bytes bytes, const Packet& packet) {
   bytes.insert(bytes.end(), first, first + sizeof packet);
   return bytes;
 }
-
-struct Reply {
-  uint32_t code;
-  size_t size;
-};
+Bytes operator+(Bytes bytes, const Bytes& more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
+  return bytes;
+}
 
 TEST(LinkReadAhead, CommandsInOneWriteAreServedInTurnAndSplitOnesRefused) {
   const xoIF2013Command_IoExchange exchange{KavriCmdIoExchange, {7}};
-  const xoIF2013Command_Base stopOnline{KavriCmdStopOnline};
-  xoIF2013Command_UpdateConfig config{};
+  xoIF2013Command_UpdateConfig config{};  // longer than a read at a command's start takes
   config.code = KavriCmdUpdateConfig;
   config.configId = 42;
-  xoIF2013Command_DownloadCode download{KavriCmdDownloadCode, 1, "r.bin", 40};
-  const xoIF2013Command_Base stopCode{KavriCmdStopCode};
-  const Reply exchanged{KavriReplyIoExchange, sizeof(xoIF2013Reply_IoExchange)};
+  const xoIF2013Command_DownloadCode download{KavriCmdDownloadCode, 1, "r.bin", 40};
+  const Bytes stopOnline = Bytes{} + KavriCmdStopOnline, stopCode = Bytes{} + KavriCmdStopCode;
   const struct {
     const char* name;
     Bytes sent;
-    std::vector<Reply> replies;
-    const char* stdoutText;
+    std::vector<std::pair<uint32_t, size_t>> replies;  // code and size
+    const char* logged;
     size_t refusedAfter = 0;  // bytes sent before the refusal, the rest after it
   } cases[] = {
-      {"two exchanges", Bytes{} + exchange + exchange, {exchanged, exchanged}, "IR"},
-      {"a bare command before an exchange", Bytes{} + stopOnline + exchange,
-       {{KavriReplyStopOnline, 4}, exchanged}, "Received stop online command"},
-      {"a command longer than what is read ahead, behind an exchange", Bytes{} + exchange + config,
-       {exchanged, {KavriReplyUpdateConfig, 4}}, "id=42"},
-      {"a download with its code, behind a bare command", Bytes{} + stopCode + download + Bytes(40, 0xE7),
+      {"bare command, exchange", stopOnline + exchange, {{KavriReplyStopOnline, 4}, {KavriReplyIoExchange, 80}}, "IR"},
+      {"exchange, update config", Bytes{} + exchange + config, {{KavriReplyIoExchange, 80}, {KavriReplyUpdateConfig, 4}},
+       "id=42"},
+      {"bare command, download and its code", stopCode + download + Bytes(40, 0xE7),
        {{KavriReplyStopCode, 4}, {KavriReplyDownloadCode, 4}}, "Received 40 bytes, total 40 bytes"},
-      {"an exchange whose extension comes in two pieces", Bytes{} + exchange, {}, nullptr, 24},
+      {"exchange in two pieces", Bytes{} + exchange, {}, "", 24},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     ControllerProcess controller;
     ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
     TestClient pc(controller.port(), 10);
+    pc.Send(c.sent.data(), c.refusedAfter ? c.refusedAfter : c.sent.size());
     if (c.refusedAfter) {
-      pc.Send(c.sent.data(), c.refusedAfter);
-      EXPECT_TRUE(controller.WaitForStderr("ERROR received illegal command packet (length<56)\n"))
-          << controller.Stderr();
+      EXPECT_TRUE(controller.WaitForStderr("ERROR received illegal command packet (length<56)\n"));
       pc.Send(c.sent.data() + c.refusedAfter, c.sent.size() - c.refusedAfter);
       EXPECT_TRUE(pc.WaitForClose());
       continue;
     }
-    pc.Send(c.sent.data(), c.sent.size());
-    for (const Reply& expected : c.replies) {
-      Bytes reply = pc.Receive(expected.size);
-      ASSERT_EQ(reply.size(), expected.size);
-      uint32_t code;
-      memcpy(&code, reply.data(), sizeof code);
-      EXPECT_EQ(code, expected.code);
+    for (const auto& [code, size] : c.replies) {
+      Bytes reply = pc.Receive(size);
+      ASSERT_EQ(reply.size(), size) << controller.Stderr() << controller.Stdout();
+      EXPECT_EQ(memcmp(reply.data(), &code, sizeof code), 0);
     }
-    EXPECT_TRUE(controller.WaitForStdout(c.stdoutText)) << controller.Stdout();
+    EXPECT_TRUE(controller.WaitForStdout(c.logged)) << controller.Stdout();
     EXPECT_EQ(controller.Stderr(), "");
   }
 }
