@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <unordered_set>
 
 #include "display/VekWidgets.h"
 #include "host/ThreadStop.h"
@@ -17,7 +18,6 @@
 
 namespace {
 
-constexpr useconds_t kDisplayStepMicroseconds = 50000;
 constexpr int kFontSize = 20;
 constexpr uint32_t kTextColour = 0xFFFFFFFF;
 constexpr int kSliderKnob = 24;
@@ -56,6 +56,7 @@ WinStyle xoRectStyle(&xoRectFill, &xoRectStroke);
 BackgroundWin** DisplayPages = nullptr;
 int DisplayPageCount = 0;
 std::atomic<uint32_t> DisplayPageLoops{0};
+std::atomic<uint32_t> DisplayStepMicroseconds{50000};
 
 namespace {
 
@@ -138,20 +139,35 @@ class BuildComplaints {
   unsigned said_ = 0;
 };
 
-enum : unsigned { kTooLong = 1, kBadPage = 2, kBadText = 4 };
+enum : unsigned { kTooLong = 1, kBadPage = 2, kBadText = 4, kLoops = 8 };
 
-// Calls visit(description) for each description on a page the display
-// builds, at most kDisplayMaxWidgets of them, so that a list that loops back
-// on itself ends.
-template <class Visit>
-void ForEachDescription(DisplayWidgetBase* list, BuildComplaints& complaints, Visit visit) {
+// How many descriptions the display takes from the list: up to the first
+// that comes round again (a list that loops back on itself would otherwise
+// be built over and over to the widget limit, and take longer to tear down
+// than a stop waits), and at most kDisplayMaxWidgets.
+int CountDescriptions(const DisplayWidgetBase* list, BuildComplaints& complaints) {
+  std::unordered_set<const DisplayWidgetBase*> seen;
   int count = 0;
-  for (DisplayWidgetBase* d = list; d; d = d->next) {
-    if (++count > kDisplayMaxWidgets) {
-      complaints.Say(kTooLong, "ERROR display description longer than %d widgets or looping: the rest is ignored\n",
+  for (const DisplayWidgetBase* d = list; d; d = d->next, ++count) {
+    if (count == kDisplayMaxWidgets) {
+      complaints.Say(kTooLong, "ERROR display description longer than %d widgets: the rest is ignored\n",
                      kDisplayMaxWidgets);
-      return;
+      break;
     }
+    if (!seen.insert(d).second) {
+      complaints.Say(kLoops, "ERROR display description loops back after %d widgets: the rest is ignored\n", count);
+      break;
+    }
+  }
+  return count;
+}
+
+// Calls visit(description) for the first `count` descriptions that are on
+// a page the display builds.
+template <class Visit>
+void ForEachDescription(DisplayWidgetBase* list, int count, BuildComplaints& complaints, Visit visit) {
+  DisplayWidgetBase* d = list;
+  for (int i = 0; i < count; ++i, d = d->next) {
     if (d->page < 0 || d->page > kDisplayMaxPage) {
       complaints.Say(kBadPage, "ERROR display widget on page %d ignored: pages are 0 to %d\n", d->page, kDisplayMaxPage);
       continue;
@@ -233,8 +249,9 @@ bool OpenFontOnce() {
 
 void BuildPages(DisplayWidgetBase* list) {
   BuildComplaints complaints;
+  const int count = CountDescriptions(list, complaints);
   int highest = 0;
-  ForEachDescription(list, complaints, [&](DisplayWidgetBase* d) { highest = std::max(highest, d->page); });
+  ForEachDescription(list, count, complaints, [&](DisplayWidgetBase* d) { highest = std::max(highest, d->page); });
   DisplayPageCount = highest + 1;
   DisplayPages = new BackgroundWin*[DisplayPageCount];
   WinBase* top = SDLWidgets_GetTopWin();
@@ -242,7 +259,8 @@ void BuildPages(DisplayWidgetBase* list) {
     DisplayPages[page] = new BackgroundWin(top, &xoTopWinStyle, kPageRect);
     DisplayPages[page]->hidden.store(true);
   }
-  ForEachDescription(list, complaints, [&](DisplayWidgetBase* d) { BuildWidget(DisplayPages[d->page], d, complaints); });
+  ForEachDescription(list, count, complaints,
+                     [&](DisplayWidgetBase* d) { BuildWidget(DisplayPages[d->page], d, complaints); });
 }
 
 void RefreshChangedTexts(BackgroundWin* page) {
@@ -274,7 +292,7 @@ void RunPageLoop() {
       if (changed) send_uev(DoUpdateWinInSdlWidgetsTask, DisplayPages[page], nullptr);
     }
     DisplayPageLoops.fetch_add(1, std::memory_order_release);
-    usleep(kDisplayStepMicroseconds);
+    usleep(DisplayStepMicroseconds.load(std::memory_order_relaxed));
   }
 }
 
@@ -355,7 +373,8 @@ void* DisplayThread(void*) {
   printf("Display thread started\n");
   DisplayThreadRunning.store(true);
   if (!DisplayThreadTerminate.load()) {
-    while (!DisplayData.load() && !DisplayThreadTerminate.load()) usleep(kDisplayStepMicroseconds);
+    while (!DisplayData.load() && !DisplayThreadTerminate.load())
+      usleep(DisplayStepMicroseconds.load(std::memory_order_relaxed));
   }
   DisplayWidgetBase* list = DisplayData.load();
   if (!list) {
@@ -376,6 +395,13 @@ void* DisplayThread(void*) {
 }
 
 int StartThreadDisplay(void) {
+  // A thread whose stop timed out may still be deleting its pages, which a
+  // second thread would share; one never asked to stop is still serving.
+  if (DisplayThreadRunning.load() &&
+      (!DisplayThreadTerminate.load() || !kavri::WaitUntilCleared(DisplayThreadRunning))) {
+    fprintf(stderr, "ERROR creating display thread\n");
+    return 0;
+  }
   DisplayThreadTerminate.store(false);
   // Raised before the thread exists, so that a stop right after this call
   // waits for the thread instead of missing it.

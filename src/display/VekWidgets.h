@@ -74,5 +74,8 @@ inline constexpr int kDisplayMaxLabel = 255;
 extern BackgroundWin** DisplayPages;
 extern int DisplayPageCount;
 extern std::atomic<uint32_t> DisplayPageLoops;
+// The page loop's pause and the wait for a list, 50 ms on the controller;
+// tests that start many displays shorten it.
+extern std::atomic<uint32_t> DisplayStepMicroseconds;
 
 #endif
