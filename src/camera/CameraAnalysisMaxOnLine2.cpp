@@ -34,10 +34,6 @@ inline int32_t Largest(int32_t value) { return value; }
 inline int32_t Largest(Lanes value) {
   return std::max(std::max(value[0], value[1]), std::max(value[2], value[3]));
 }
-inline int32_t Smallest(int32_t value) { return value; }
-inline int32_t Smallest(Lanes value) {
-  return std::min(std::min(value[0], value[1]), std::min(value[2], value[3]));
-}
 inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
 inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
 inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
@@ -176,26 +172,42 @@ class LineReach {
 
   void Work() {
     if (threshold_ <= 0) return;
-    using T = decltype(Load(S{}));
-    // Padding with values that never decide.
+    // Padding with values that never decide; after the blocks, enough for
+    // the last group of blocks below.
     std::fill(lowest_ - kFar, lowest_, Filled<S>(kNeverDecides));
-    std::fill(lowest_ + blocks_, lowest_ + blocks_ + kFar, Filled<S>(kNeverDecides));
+    std::fill(lowest_ + blocks_, lowest_ + blocks_ + kFar + 8, Filled<S>(kNeverDecides));
     std::fill(highest_ - kFar, highest_, Filled<S>(-kNeverDecides));
-    std::fill(highest_ + blocks_, highest_ + blocks_ + kFar, Filled<S>(-kNeverDecides));
-    const T below = T{} + threshold_, one = T{} + 1, none = T{};
-    for (int32_t k = 0; k < blocks_; ++k) {
-      // Grow the window by a block on each side at a time, counting per lane
-      // the sizes that still spread less than the threshold: the spread only
-      // grows, so the count is where the lane first reaches it, and the
-      // first of the lanes decides. Every width reaches at least a block,
-      // so the block alone is not looked at: its count starts at 1.
-      T least = Load(lowest_[k]), most = Load(highest_[k]), tooNarrow = one;
+    std::fill(highest_ + blocks_, highest_ + blocks_ + kFar + 8, Filled<S>(-kNeverDecides));
+    // Grow each block's window by a block on each side at a time, counting
+    // per lane the sizes that still spread less than the threshold: the
+    // spread only grows, so the count is where the lane first reaches it, and
+    // the first of the lanes decides. Every width reaches at least a block,
+    // so the block alone is not looked at: its count starts at 1. Eight
+    // values side by side, as they lie in the padded extremes: eight blocks
+    // of one lane, or two of four.
+    typedef int32_t Eight __attribute__((vector_size(32)));
+    constexpr int kSideBySide = 8 / kLanes;
+    auto eight = [](const S* at) KAVRI_CAMERA_LAMBDA {
+      Eight values;
+      memcpy(&values, at, sizeof values);
+      return values;
+    };
+    const Eight below = Eight{} + threshold_, one = Eight{} + 1, none = Eight{};
+    for (int32_t k = 0; k < blocks_; k += kSideBySide) {
+      Eight least = eight(lowest_ + k), most = eight(highest_ + k), tooNarrow = one;
       for (int32_t r = 1; r <= far_; ++r) {
-        least = Smaller(least, Smaller(Load(lowest_[k - r]), Load(lowest_[k + r])));
-        most = Larger(most, Larger(Load(highest_[k - r]), Load(highest_[k + r])));
+        const Eight lowL = eight(lowest_ + k - r), lowR = eight(lowest_ + k + r);
+        const Eight highL = eight(highest_ + k - r), highR = eight(highest_ + k + r);
+        least = least < lowL ? least : lowL, least = least < lowR ? least : lowR;
+        most = most > highL ? most : highL, most = most > highR ? most : highR;
         tooNarrow += most - least < below ? one : none;
       }
-      reach_[k] = Smallest(tooNarrow);
+      // Blocks past the last get a reach too, never asked for.
+      for (int b = 0; b < kSideBySide; ++b) {
+        int32_t reach = tooNarrow[b * kLanes];
+        for (int lane = 1; lane < kLanes; ++lane) reach = std::min(reach, int32_t(tooNarrow[b * kLanes + lane]));
+        reach_[k + b] = reach;
+      }
     }
   }
 
@@ -245,7 +257,7 @@ class LineReach {
     listed_ = reach;
   }
 
-  static int32_t Padded(int32_t n) { return Blocks(n) + 2 * kFar; }
+  static int32_t Padded(int32_t n) { return Blocks(n) + 2 * kFar + 8; }
   // Block of centre or sample c (samples count from 1).
   static int32_t Block(int32_t c) { return (c - 1) / kBlock; }
   // Reach worked out up to far_ blocks: no further than the widest width
