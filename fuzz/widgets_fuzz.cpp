@@ -76,8 +76,13 @@ void MakeValid(DisplayWidgetBase* d, Program& program) {
   }
 }
 
+// The deadlines catch a hang, not slowness: a long run at the lowest
+// priority on a busy machine may wait many seconds for a few milliseconds
+// of CPU.
+constexpr auto kHang = std::chrono::seconds(120);
+
 bool WaitForLoops(uint32_t until) {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  auto deadline = std::chrono::steady_clock::now() + kHang;
   while (DisplayPageLoops.load(std::memory_order_acquire) < until) {
     if (!DisplayThreadRunning.load() || std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -86,7 +91,7 @@ bool WaitForLoops(uint32_t until) {
 }
 
 bool WaitUntilEnded() {
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  auto deadline = std::chrono::steady_clock::now() + kHang;
   while (DisplayThreadRunning.load()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -150,6 +155,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!StopThreadDisplay()) FUZZ_CHECK(WaitUntilEnded());
   // Handlers queued on the widget library's thread may still name the
   // program's variables.
-  FUZZ_CHECK(SDLWidgetsSim_WaitIdle(5000));
+  FUZZ_CHECK(SDLWidgetsSim_WaitIdle(std::chrono::milliseconds(kHang).count()));
   return 0;
 }
