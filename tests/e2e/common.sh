@@ -20,12 +20,13 @@ wait_for() {  # wait_for SECONDS CONDITION...
 random_port() { echo $((20000 + RANDOM % 12000)); }
 
 # start_host [HOST OPTIONS...]: kavri-host on port and camera_port = port + 1,
-# logging to $work/host.log. A parallel test may take a port first; the host
-# then ends with its bind error and is started again on other ports.
+# logging to $work/host.log; port_prefix, if set, is written before the port.
+# A parallel test may take a port first; the host then ends with its bind
+# error and is started again on other ports.
 start_host() {
   for _ in $(seq 20); do
     port=$(random_port); camera_port=$((port + 1))
-    $run "$host_bin" --port "$port" --camera-port "$camera_port" --programs "$work/programs" "$@" \
+    $run "$host_bin" --port "${port_prefix:-}$port" --camera-port "$camera_port" --programs "$work/programs" "$@" \
       > "$work/host.log" 2>&1 &
     host_pid=$!
     for _ in $(seq 600); do

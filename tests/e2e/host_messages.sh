@@ -5,17 +5,9 @@
 # Usage: host_messages.sh KAVRI_HOST
 host_bin=$1
 source "$(dirname "$0")/common.sh"
-port_free() { ! (exec 3<>/dev/tcp/127.0.0.1/$1) 2>/dev/null; }
-for _ in $(seq 50); do
-  port=$(random_port)
-  port_free $port && port_free $((port + 1)) && break
-done
-
-$run "$host_bin" --port "0$port" --camera-port $((port + 1)) --programs "$work/programs" \
-  --debug-flags 1 --debug-file "$work/debug.log" > "$work/host.log" 2>&1 &
-host_pid=$!
-check "host announces the port once listening, read as decimal despite the leading 0" \
-  wait_for 120 grep -q "PC link on port $port," "$work/host.log"
+rates_flag=1  # debug flag: the rates line once a second
+port_prefix=0 start_host --debug-flags $rates_flag --debug-file "$work/debug.log"
+check "host announces the port once listening, read as decimal despite the leading 0" test $? -eq 0
 
 $run "$host_bin" --port "$port" --camera-port $((port + 1)) --programs "$work/programs" > "$work/second.log" 2>&1
 code=$?
