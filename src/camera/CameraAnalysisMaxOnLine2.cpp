@@ -572,7 +572,10 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
   const int32_t n = sampleCount;
   StoredLanes* samples = reinterpret_cast<StoredLanes*>(valueBuffer);
   uint16_t histograms[3][256];
-  if (whiteBalance) memset(histograms, 0, sizeof histograms);
+  // Read once: the program may change it meanwhile, and the histograms are
+  // cleared only for it.
+  const bool balance = std::atomic_ref<uint8_t>(whiteBalance).load(std::memory_order_relaxed);
+  if (balance) memset(histograms, 0, sizeof histograms);
   CameraScanSamples<true>(*this, CameraScanWork::Of(valueBuffer), frame,
                           [&](int32_t first, int count, const int32_t* luma, const int32_t* u, const int32_t* v) {
                             int32_t red[kCameraScanRun], green[kCameraScanRun], blue[kCameraScanRun],
@@ -581,7 +584,7 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
                               const CameraRgb colour = CameraYuvToRgb(luma[i], u[i], v[i]);
                               red[i] = colour.red, green[i] = colour.green, blue[i] = colour.blue;
                             }
-                            if (whiteBalance) {
+                            if (balance) {
                               for (int i = 0; i < count; ++i) {
                                 ++histograms[0][red[i]];
                                 ++histograms[1][green[i]];
@@ -594,7 +597,7 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine2::AnalyzeColor(int index, 
                             }
                             Interleave(grey, red, green, blue, count, samples + first + 1);
                           });
-  if (whiteBalance) {
+  if (balance) {
     const int32_t gainR = CameraMedianGain(histograms[0], n), gainG = CameraMedianGain(histograms[1], n),
                   gainB = CameraMedianGain(histograms[2], n);
     for (int32_t j = 1; j <= n; ++j) {
