@@ -64,14 +64,14 @@ KAVRI_CAMERA_INLINE void Interleave(const int32_t* grey, const int32_t* red, con
     Lanes g, r, gr, b;
     memcpy(&g, grey + i, sizeof g), memcpy(&r, red + i, sizeof r);
     memcpy(&gr, green + i, sizeof gr), memcpy(&b, blue + i, sizeof b);
-    const Lanes greyRed01 = __builtin_shuffle(g, r, Lanes{0, 4, 1, 5}),
-                greyRed23 = __builtin_shuffle(g, r, Lanes{2, 6, 3, 7}),
-                greenBlue01 = __builtin_shuffle(gr, b, Lanes{0, 4, 1, 5}),
-                greenBlue23 = __builtin_shuffle(gr, b, Lanes{2, 6, 3, 7});
-    out[i] = __builtin_shuffle(greyRed01, greenBlue01, Lanes{0, 1, 4, 5});
-    out[i + 1] = __builtin_shuffle(greyRed01, greenBlue01, Lanes{2, 3, 6, 7});
-    out[i + 2] = __builtin_shuffle(greyRed23, greenBlue23, Lanes{0, 1, 4, 5});
-    out[i + 3] = __builtin_shuffle(greyRed23, greenBlue23, Lanes{2, 3, 6, 7});
+    const Lanes greyRed01 = __builtin_shufflevector(g, r, 0, 4, 1, 5),
+                greyRed23 = __builtin_shufflevector(g, r, 2, 6, 3, 7),
+                greenBlue01 = __builtin_shufflevector(gr, b, 0, 4, 1, 5),
+                greenBlue23 = __builtin_shufflevector(gr, b, 2, 6, 3, 7);
+    out[i] = __builtin_shufflevector(greyRed01, greenBlue01, 0, 1, 4, 5);
+    out[i + 1] = __builtin_shufflevector(greyRed01, greenBlue01, 2, 3, 6, 7);
+    out[i + 2] = __builtin_shufflevector(greyRed23, greenBlue23, 0, 1, 4, 5);
+    out[i + 3] = __builtin_shufflevector(greyRed23, greenBlue23, 2, 3, 6, 7);
   }
   for (; i < count; ++i) out[i] = Lanes{grey[i], red[i], green[i], blue[i]};
 }
