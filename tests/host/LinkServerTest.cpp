@@ -175,10 +175,11 @@ void EnterOnlineModeWithOutputs() {
     printf("host heard state %d name %s\n", info->state, info->name ? info->name : "null");
   });
   std::thread([] {
-    auto* area = reinterpret_cast<uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
-    WaitFor([&] { return area[KAVRI_TRANS_AREA_CLEAR_SIZE - 1] == 0; });
-    printf("cleared %d, kept %d, online %d\n", area[0] == 0, area[KAVRI_TRANS_AREA_CLEAR_SIZE] == 0x5A,
-           KavriLib_CheckOnlineProgramActive());
+    const auto* area = reinterpret_cast<const uint8_t*>(MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
+    const uint8_t* end = area + KAVRI_TRANS_AREA_CLEAR_SIZE;
+    bool cleared = WaitFor([&] { return std::all_of(area, end, [](uint8_t b) { return b == 0; }); },
+                           std::chrono::seconds(10));
+    printf("cleared %d, kept %d, online %d\n", cleared, *end == 0x5A, KavriLib_CheckOnlineProgramActive());
   }).detach();
 }
 
