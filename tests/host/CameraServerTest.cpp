@@ -20,6 +20,7 @@
 #include "camera_devices/FakeCamera.h"
 #include "camera_devices/JpegFrames.h"
 #include "host/CameraServer.h"
+#include "host/KavriServer.h"
 #include "host/KavriState.h"
 #include "host/OnlineMode.h"
 #include "kavri/Camera.h"
@@ -39,7 +40,7 @@ int LentBuffers() {
 // The port this process listens on, found by probing its descriptors (the
 // emulator shows /proc/self/fd only in part); 0 if none listens. The server
 // binds port 0, the kernel's choice, so no parallel test can take it first.
-int OwnListeningPort() {
+sockaddr_in OwnListeningAddress() {
   for (int fd = 0; fd < 1024; ++fd) {
     int listening = 0;
     socklen_t length = sizeof listening;
@@ -47,10 +48,12 @@ int OwnListeningPort() {
     socklen_t addressLength = sizeof address;
     if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listening, &length) == 0 && listening &&
         getsockname(fd, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 && address.sin_family == AF_INET)
-      return ntohs(address.sin_port);
+      return address;
   }
-  return 0;
+  return {};
 }
+
+int OwnListeningPort() { return ntohs(OwnListeningAddress().sin_port); }
 
 bool BothThreadsEnded() {
   return WaitFor([] { return !CameraThreadRunning.load() && !CameraServerThreadRunning.load(); });
@@ -165,6 +168,21 @@ TEST_F(CameraServer, CameraFramesArriveWithTheirHeaderAndDecode) {
   StopCameraOnline();
   EXPECT_FALSE(CameraServerThreadRunning.load());
   EXPECT_EQ(LentBuffers(), 0);
+}
+
+// The camera server listens where the link does: on the host's address
+// when it names one, on every address otherwise.
+TEST_F(CameraServer, ListensOnTheHostsAddressOrOnAll) {
+  const std::pair<const char*, uint32_t> cases[] = {{"127.0.0.1", INADDR_LOOPBACK}, {nullptr, INADDR_ANY}};
+  for (const auto& [text, expected] : cases) {
+    SCOPED_TRACE(text ? text : "(none)");
+    ASSERT_TRUE(kavri::ChooseListenAddress(text));
+    StartCameraOnline();
+    sockaddr_in address{};
+    EXPECT_TRUE(WaitFor([&] { return (address = OwnListeningAddress()).sin_port != 0; }));
+    EXPECT_EQ(ntohl(address.sin_addr.s_addr), expected);
+    StopCameraOnline();
+  }
 }
 
 TEST_F(CameraServer, BacklogCountsTheFramesStillWaiting) {
