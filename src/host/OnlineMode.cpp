@@ -105,30 +105,16 @@ void BuildExchangeReply(xoIF2013Reply_IoExchange& reply) {
   for (int k = 0; k < kInfraredRecords; ++k) ReadInfraredRecord(k, reply.infrared[k]);
 }
 
-// Right-aligned in `width` columns, as "%*d" prints it; `value` never needs
-// more.
-char* PutPadded(char* out, unsigned value, int width) {
-  for (int column = width - 1; column >= 0; --column) {
-    out[column] = (value || column == width - 1) ? static_cast<char>('0' + value % 10) : ' ';
-    value /= 10;
-  }
-  return out + width;
-}
-
 // Built whole and written with one call: the line comes with every exchange,
 // and an unbuffered standard output would otherwise cost a write per piece.
 void PrintInfraredLine(const xoIF2013Reply_IoExchange& reply) {
-  char line[2 + kInfraredRecords * 15 + 1];  // " %3d%3d%3d%3d%2d" is 15 columns
-  char* out = line;
-  *out++ = 'I';
-  *out++ = 'R';
-  for (const uint8_t* record : reply.infrared) {
-    *out++ = ' ';
-    for (int j = 0; j < kInfraredFlagCount; ++j) out = PutPadded(out, record[j], 3);
-    out = PutPadded(out, record[4], 2);
-  }
-  *out++ = '\n';
-  fwrite(line, 1, static_cast<size_t>(out - line), stdout);
+  char line[2 + kInfraredRecords * 16 + 2];  // " %3d%3d%3d%3d%2d" is at most 16 columns
+  int length = snprintf(line, sizeof line, "IR");
+  for (const uint8_t* record : reply.infrared)
+    length += snprintf(line + length, sizeof line - length, " %3d%3d%3d%3d%2d", record[0], record[1], record[2],
+                       record[3], record[4]);
+  length += snprintf(line + length, sizeof line - length, "\n");
+  fwrite(line, 1, static_cast<size_t>(length), stdout);
 }
 
 template <typename Packet>
