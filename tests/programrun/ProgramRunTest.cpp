@@ -110,10 +110,14 @@ class ProgramRun : public ::testing::Test {
     return found == std::string::npos ? found : found + text.size();
   }
 
+  // The values of the first whole report line after `from`: the line may
+  // reach the test in pieces, so its end is waited for too.
   std::vector<int32_t> WaitForReport(size_t from = 0) {
-    size_t at = WaitForLine("report", from);
-    std::string out = controller_->Stdout();
-    std::istringstream line(at == std::string::npos ? "" : out.substr(at, out.find('\n', at) - at));
+    size_t at = WaitForLine("report", from), end = std::string::npos;
+    std::string out;
+    if (at != std::string::npos)
+      WaitFor([&] { return (end = (out = controller_->Stdout()).find('\n', at)) != std::string::npos; });
+    std::istringstream line(end == std::string::npos ? "" : out.substr(at, end - at));
     std::vector<int32_t> values;
     for (int32_t value; line >> value;) values.push_back(value);
     return values;
