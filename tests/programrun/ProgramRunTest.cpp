@@ -48,9 +48,11 @@ shm_if_s* Area() { return MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX); }
     if (output1 != lastOutput1) printf("monitor output1=%d\n", output1);
     lastOutput1 = output1;
     if (std::atomic_ref<int32_t>(report[0]).load() == TEST_REPORT_MARK) {
-      printf("report");
-      for (int32_t i = 0; i < std::min<int32_t>(report[1], TEST_REPORT_MAX); ++i) printf(" %d", report[2 + i]);
-      printf("\n");
+      // One call, so that no other thread's line lands inside it.
+      std::string line = "report";
+      for (int32_t i = 0; i < std::min<int32_t>(report[1], TEST_REPORT_MAX); ++i)
+        line += " " + std::to_string(report[2 + i]);
+      printf("%s\n", line.c_str());
       std::atomic_ref<int32_t>(report[0]).store(0);
     }
     std::string path;
