@@ -53,10 +53,7 @@ class DescriptionList {
   DisplayWidgetButton* Button(int page, int x, int y, int w, int h, const char* text, ProgramVars& vars,
                               int16_t left = 11, int16_t right = 22, bool toggle = false, int16_t initial = 0) {
     auto* d = Add<DisplayWidgetButton>(DisplayWidgetTypeButton, page, x, y, w, h);
-    d->toggle = toggle;
-    d->initialState = initial;
-    d->valueLeft = left;
-    d->valueRight = right;
+    d->toggle = toggle, d->initialState = initial, d->valueLeft = left, d->valueRight = right;
     Bind(d, vars);
     strcpy(reinterpret_cast<char*>(d) + offsetof(DisplayWidgetButton, text), text);
     return d;
@@ -64,20 +61,14 @@ class DescriptionList {
   DisplayWidgetSlider* Slider(int page, int x, int y, int w, int h, int16_t min, int16_t max, int16_t initial,
                               ProgramVars& vars) {
     auto* d = Add<DisplayWidgetSlider>(DisplayWidgetTypeSlider, page, x, y, w, h);
-    d->minimum = min;
-    d->maximum = max;
-    d->initialValue = initial;
-    d->sliderOption = 4;
+    d->minimum = min, d->maximum = max, d->initialValue = initial, d->sliderOption = 4;
     Bind(d, vars);
     return d;
   }
   DisplayWidgetText* Text(int page, int x, int y, int w, int h, int columns, int lines, uint16_t* chars,
                           int16_t* changed) {
     auto* d = Add<DisplayWidgetText>(DisplayWidgetTypeText, page, x, y, w, h);
-    d->columns = columns;
-    d->lines = lines;
-    d->chars = chars;
-    d->textChangedVar = changed;
+    d->columns = columns, d->lines = lines, d->chars = chars, d->textChangedVar = changed;
     return d;
   }
   DisplayWidgetBase* Rect(int page, int x, int y, int w, int h) {
@@ -104,9 +95,7 @@ class DescriptionList {
   };
   template <class Record>
   static void Bind(Record* d, ProgramVars& vars) {
-    d->valueVar = &vars.value;
-    d->changedVar = &vars.changed;
-    d->changeFlag = &vars.flag;
+    d->valueVar = &vars.value, d->changedVar = &vars.changed, d->changeFlag = &vars.flag;
   }
   std::deque<Block> blocks_;
 };

@@ -40,27 +40,21 @@ TEST_F(DisplayTest, BuildsOnePageWindowPerPageWithConvertedRectangles) {
     EXPECT_EQ(std::tie(r.x, r.y, r.w, r.h), std::make_tuple(c.rect.x, c.rect.y, std::max(c.rect.w, 0), c.rect.h));
   }
   EXPECT_EQ(DisplayPages[1]->children().size(), 1u);
-  EXPECT_FALSE(DisplayPages[0]->hidden.load());
-  EXPECT_TRUE(DisplayPages[1]->hidden.load());
-  EXPECT_TRUE(DisplayPages[2]->hidden.load());
+  EXPECT_EQ(std::vector<bool>({DisplayPages[0]->hidden, DisplayPages[1]->hidden, DisplayPages[2]->hidden}),
+            std::vector<bool>({false, true, true}));
 }
 
 TEST_F(DisplayTest, PushButtonReportsTheHalfPressedAndZeroOnRelease) {
   ProgramVars vars;
   list.Button(0, 8, 4, 32, 8, "Go", vars, 11, 22);  // screen x 15 to 74, middle column 45
   Start();
-  const int y = kPageTop + 20;
-  const struct { int x; int16_t expected; } presses[] = {{16, 11}, {44, 11}, {45, 22}, {73, 22}};
-  for (const auto& p : presses) {
-    SCOPED_TRACE(testing::Message() << "press at x " << p.x);
+  for (auto [x, expected] : {std::pair<int, int16_t>{16, 11}, {44, 11}, {45, 22}, {73, 22}}) {
     vars.Clear();
-    Touch(SDLWidgetsSim_Press, p.x, y);
-    EXPECT_TRUE(vars.Reported());
-    EXPECT_EQ(vars.changed, 1);
-    EXPECT_EQ(vars.Value(), p.expected);
+    Touch(SDLWidgetsSim_Press, x, kPageTop + 20);
+    EXPECT_TRUE(vars.Reports(expected) && vars.changed == 1) << "press at x " << x;
     vars.Clear();
-    Touch(SDLWidgetsSim_Release, p.x, y);
-    EXPECT_TRUE(vars.Reports(0));
+    Touch(SDLWidgetsSim_Release, x, kPageTop + 20);
+    EXPECT_TRUE(vars.Reports(0)) << "release at x " << x;
   }
 }
 
@@ -90,21 +84,17 @@ TEST_F(DisplayTest, PressThatSlidesOffIsNoClick) {
 }
 
 TEST_F(DisplayTest, ToggleThatStartsDownReportsAtOnce) {
-  const struct {
-    int16_t initial;
-    bool reported;
-    int16_t value;
-  } cases[] = {{0, false, -1}, {1, true, 11}, {2, true, 22}, {-5, true, 22}};
+  const struct { int16_t initial; bool reported; int16_t value; } cases[] = {
+      {0, false, -1}, {1, true, 11}, {2, true, 22}, {-5, true, 22}};
   std::deque<ProgramVars> vars(std::size(cases));
   for (size_t i = 0; i < std::size(cases); ++i)
     list.Button(0, 0, static_cast<int>(i) * 12, 40, 10, "T", vars[i], 11, 22, true, cases[i].initial);
   Start();
   for (size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(testing::Message() << "initial state " << cases[i].initial);
-    EXPECT_EQ(vars[i].Reported(), cases[i].reported);
-    EXPECT_EQ(vars[i].Value(), cases[i].value);
-    EXPECT_EQ(vars[i].changed, cases[i].reported ? 1 : 0);
-    EXPECT_EQ(static_cast<Button*>(Widget(0, i))->is_down(), cases[i].reported);
+    const bool down = static_cast<Button*>(Widget(0, i))->is_down();
+    EXPECT_EQ(std::vector<int>({vars[i].Reported(), vars[i].Value(), vars[i].changed, down}),
+              std::vector<int>({cases[i].reported, cases[i].value, cases[i].reported, cases[i].reported}))
+        << "initial state " << cases[i].initial;
   }
   // Released by a click, it reports 0, as the widget's state was remembered.
   vars[1].Clear();
@@ -152,21 +142,17 @@ TEST_F(DisplayTest, PageVariableShowsOnePageAndHidesWithoutRedrawOutsideTheRange
   Start();
   EXPECT_FALSE(DisplayPages[0]->hidden.load());
 
-  const struct {
-    int16_t page;
-    int shown;  // -1: none
-    bool redraw;
-  } steps[] = {{1, 1, true}, {-1, -1, false}, {0, 0, true}, {2, -1, false}, {1, 1, true}, {32767, -1, false}};
+  const struct { int16_t page; int shown; bool redraw; } steps[] = {  // shown -1: none
+      {1, 1, true}, {-1, -1, false}, {0, 0, true}, {2, -1, false}, {1, 1, true}, {32767, -1, false}};
   for (const auto& s : steps) {
     SCOPED_TRACE(testing::Message() << "page variable " << s.page);
     const uint32_t queued = SDLWidgetsSim_QueuedCalls();
     const uint32_t drawn = SDLWidgetsSim_ScreenChanges();
     SetPage(s.page);
     LetLoopRun();
-    EXPECT_EQ(DisplayPages[0]->hidden.load(), s.shown != 0);
-    EXPECT_EQ(DisplayPages[1]->hidden.load(), s.shown != 1);
-    EXPECT_EQ(SDLWidgetsSim_QueuedCalls() != queued, s.redraw);
-    EXPECT_EQ(SDLWidgetsSim_ScreenChanges() != drawn, s.redraw);
+    EXPECT_EQ(std::vector<bool>({DisplayPages[0]->hidden, DisplayPages[1]->hidden, SDLWidgetsSim_QueuedCalls() != queued,
+                                 SDLWidgetsSim_ScreenChanges() != drawn}),
+              std::vector<bool>({s.shown != 0, s.shown != 1, s.redraw, s.redraw}));
   }
   // A hidden page takes no touches.
   vars.Clear();
@@ -211,12 +197,10 @@ TEST_F(DisplayTest, ProgramInfoHearsBuiltThenEndedWithoutName) {
   EXPECT_EQ(StopThreadDisplay(), 1);
   KavriLib_SetProgramInfoCallback(nullptr);
   ASSERT_EQ(infoCount.load(), 2);
-  EXPECT_EQ(infoStates[0].load(), KavriProgramDisplayBuilt);
-  EXPECT_EQ(infoStates[1].load(), KavriProgramDisplayEnded);
+  EXPECT_EQ(std::vector<int32_t>({infoStates[0], infoStates[1]}),
+            std::vector<int32_t>({KavriProgramDisplayBuilt, KavriProgramDisplayEnded}));
   EXPECT_FALSE(infoHadName.load());
-  EXPECT_EQ(DisplayData.load(), nullptr);
-  EXPECT_EQ(DisplayId.load(), nullptr);
-  EXPECT_EQ(DisplayPages, nullptr);
+  EXPECT_TRUE(DisplayData.load() == nullptr && DisplayId.load() == nullptr && DisplayPages == nullptr);
 }
 
 TEST_F(DisplayTest, StopWhileWaitingForAListEndsTheThreadQuietly) {
@@ -258,11 +242,9 @@ TEST_F(DisplayTest, FaultyDescriptionsBuildABoundedDisplay) {
   const auto& built = DisplayPages[0]->children();
   // Each widget of page 0 once: the loop ends the list where it comes round.
   EXPECT_EQ(built.size(), 6u);
-  auto* empty = dynamic_cast<VekLabelWin*>(built.at(1));
-  ASSERT_NE(empty, nullptr);
+  auto *empty = dynamic_cast<VekLabelWin*>(built.at(1)), *blank = dynamic_cast<VekLabelWin*>(built.at(3));
+  ASSERT_TRUE(empty && blank);
   EXPECT_EQ(empty->lineCount, 0);
-  auto* blank = dynamic_cast<VekLabelWin*>(built.at(3));
-  ASSERT_NE(blank, nullptr);
   EXPECT_STREQ(blank->lines[1], "");
   Tap(130, kPageTop + 5);  // the button without variables
 }
@@ -292,11 +274,11 @@ long VirtualSlot(Member member) {
 }
 
 TEST(WidgetLibraryTest, WindowBaseKeepsTheVirtualSlotOrder) {
-  const long slots[] = {VirtualSlot(&WinBase::draw),         VirtualSlot(&WinBase::hit_test),
-                        VirtualSlot(&WinBase::hit_child),    VirtualSlot(&WinBase::on_mouse_left_down),
-                        VirtualSlot(&WinBase::on_mouse_left_up), VirtualSlot(&WinBase::on_mouse_move),
-                        VirtualSlot(&WinBase::get_type)};
-  for (long i = 0; i < 7; ++i) EXPECT_EQ(slots[i], i + 2) << "operation " << i;
+  EXPECT_EQ(std::vector<long>({VirtualSlot(&WinBase::draw), VirtualSlot(&WinBase::hit_test),
+                               VirtualSlot(&WinBase::hit_child), VirtualSlot(&WinBase::on_mouse_left_down),
+                               VirtualSlot(&WinBase::on_mouse_left_up), VirtualSlot(&WinBase::on_mouse_move),
+                               VirtualSlot(&WinBase::get_type)}),
+            std::vector<long>({2, 3, 4, 5, 6, 7, 8}));
 }
 
 }  // namespace
