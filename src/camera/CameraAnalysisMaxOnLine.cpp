@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "CameraScanLine.h"
 #include "kavri/Camera.h"
@@ -29,7 +30,7 @@ struct Shares {
 
 // Five-sample sums, in place; the entry after the last whole sum marks the
 // end for the edge search.
-void BoxFilter(int32_t* buffer, int32_t count) {
+KAVRI_CAMERA_INLINE void BoxFilter(int32_t* buffer, int32_t count) {
   for (int32_t i = 0; i + 4 < count; ++i) buffer[i] += buffer[i + 1] + buffer[i + 2] + buffer[i + 3] + buffer[i + 4];
   buffer[count - 4] = -1;
 }
@@ -38,7 +39,7 @@ void BoxFilter(int32_t* buffer, int32_t count) {
 // places + width - 2 entries. Minimums of 2, 4, 8 ... entries are built in
 // place, and two overlapping windows of the largest power of two that fits
 // make up the width: log(width) passes, each of which vectorises.
-void WindowMinimums(const int32_t* in, int64_t places, int32_t width, int32_t* out) {
+KAVRI_CAMERA_INLINE void WindowMinimums(const int32_t* in, int64_t places, int32_t width, int32_t* out) {
   if (width == 1) {
     std::copy(in, in + places, out);
     return;
@@ -54,6 +55,42 @@ void WindowMinimums(const int32_t* in, int64_t places, int32_t width, int32_t* o
 
 // A channel's five-sample sum at i after the channel balance; only the
 // colour check asks, at one place per candidate.
+// Places of the search looked at together for candidates.
+constexpr int kPlaces = 256;
+
+// Which of count places pass the tests that do not depend on the best peak
+// so far: a local maximum of the eroded values, at the peak threshold, and
+// standing out from the floor on both sides. Pure and branch-free, so that
+// it vectorises; the search then visits only the places that pass.
+KAVRI_CAMERA_INLINE void Candidates(const int32_t* eroded, const int32_t* floorLeft, const int32_t* floorRight,
+                                    int count, int32_t peakMin, int32_t contrastMin, uint8_t* passes) {
+  for (int i = 0; i < count; ++i) {
+    const int32_t peak = eroded[i];
+    passes[i] = (peak >= eroded[i - 1]) & (peak >= eroded[i + 1]) & (peak >= peakMin) &
+                (peak - floorLeft[i] >= contrastMin) & (peak - floorRight[i] >= contrastMin);
+  }
+}
+
+// Calls visit(k), in order, for the places h .. last that pass Candidates;
+// floor[j] is the floor over value[j .. j+h-1].
+template <typename Visit>
+KAVRI_CAMERA_INLINE void ForCandidates(const int32_t* eroded, const int32_t* floor, int64_t h, int32_t wmin,
+                                       int64_t last, int32_t peakMin, int32_t contrastMin, Visit visit) {
+  uint8_t passes[kPlaces + 8];
+  for (int64_t run = h; run <= last; run += kPlaces) {
+    const int count = int(std::min<int64_t>(kPlaces, last - run + 1));
+    Candidates(eroded + run, floor + (run - h), floor + (run + wmin), count, peakMin, contrastMin, passes);
+    memset(passes + count, 0, 8);  // the last eight are read whole
+    for (int i = 0; i < count; i += 8) {
+      uint64_t eight;
+      memcpy(&eight, passes + i, sizeof eight);
+      if (!eight) continue;  // most hold no candidate
+      for (int j = i; j < i + 8; ++j)
+        if (passes[j]) visit(run + j);
+    }
+  }
+}
+
 int32_t BalancedSum(const int32_t* channel, int64_t i, int32_t gain) {
   int32_t sum = 0;
   for (int t = 0; t < 5; ++t) sum += (channel[i + t] * gain) >> 8;
@@ -180,14 +217,10 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine::Analyze(int index, const 
   int32_t best = -2147483647, bestIndex = -1, bestLeft = 0, bestRight = 0;
   Shares recorded{-1, -1, -1, -1};
   bool colourRecorded = false;
-  for (int64_t k = h; k <= lastCandidate; ++k) {
+  ForCandidates(erodedBuffer, floor, h, wmin, lastCandidate, peakMin, contrastMin, [&](int64_t k) KAVRI_CAMERA_LAMBDA {
     const int32_t peak = erodedBuffer[k];
-    if (peak < erodedBuffer[k - 1] || peak < erodedBuffer[k + 1]) continue;
-    if (peak < peakMin || peak < best) continue;  // ties go to the later peak
-    const int32_t left = floor[k - h];
-    if (peak - left < contrastMin) continue;
-    const int32_t right = floor[k + wmin];
-    if (peak - right < contrastMin) continue;
+    if (peak < best) return;  // ties go to the later peak
+    const int32_t left = floor[k - h], right = floor[k + wmin];
     Shares shares{0, 0, 0, 0};
     if (colorCheck) {
       const int64_t centre = k + wmin / 2;
@@ -200,10 +233,10 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine::Analyze(int index, const 
       }
       if (!colourRecorded) recorded = shares;
       colourRecorded = true;
-      if (brightnessMax >= 0 && (shares.w < brightnessMin || shares.w > brightnessMax)) continue;
+      if (brightnessMax >= 0 && (shares.w < brightnessMin || shares.w > brightnessMax)) return;
       if (shares.r < redMin || shares.r > redMax || shares.g < greenMin || shares.g > greenMax || shares.b < blueMin ||
           shares.b > blueMax)
-        continue;
+        return;
     }
     best = peak;
     bestIndex = int32_t(k);
@@ -211,7 +244,7 @@ KAVRI_CAMERA_BUILT_TWICE void CameraAnalysisMaxOnLine::Analyze(int index, const 
     bestRight = right;
     recorded = shares;
     colourRecorded = true;
-  }
+  });
 
   int32_t position = 0, quality = 0, width = 0, middle = -1;
   if (bestIndex >= 0) {

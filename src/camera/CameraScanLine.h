@@ -175,13 +175,18 @@ class CameraScanWork {
       memcpy(walk_, walk, sizeof walk);
       width_ = width;
       height_ = height;
+      allInside_ = true;
       CameraScanWalk(xOrigin, xStep, yOrigin, yStep, count_, [this, width, height](int32_t i, double x, double y) {
-        pixels_[i] = x >= 0 && x < width && y >= 0 && y < height ? (int32_t(y) * width + int32_t(x)) * 2 : -1;
+        const bool inside = x >= 0 && x < width && y >= 0 && y < height;
+        pixels_[i] = inside ? (int32_t(y) * width + int32_t(x)) * 2 : -1;
+        allInside_ = allInside_ && inside;
       });
       made_ = true;
     }
     return pixels_;
   }
+  // Whether every sample of the table last made lies inside the frame.
+  bool AllInside() const { return allInside_; }
 
  private:
   // The header's size in int32, a multiple of 4 so that the buffers keep
@@ -194,7 +199,7 @@ class CameraScanWork {
   int32_t* extra_ = nullptr;
   float walk_[4] = {};
   int32_t width_ = 0, height_ = 0;
-  bool made_ = false;
+  bool made_ = false, allInside_ = false;
 };
 static_assert(sizeof(CameraScanWork) <= 16 * sizeof(int32_t));
 
@@ -210,6 +215,22 @@ KAVRI_CAMERA_INLINE void CameraScanSamples(Record& record, CameraScanWork& work,
   const int32_t count = record.sampleCount, width = record.base.width, height = record.base.height;
   int32_t luma[kCameraScanRun], u[kCameraScanRun], v[kCameraScanRun];
   const int32_t* pixels = work.Pixels(record.xOrigin, record.xStep, record.yOrigin, record.yStep, width, height);
+  if (pixels && Chroma && work.AllInside()) {
+    // A pixel's pair read as one word: its luma, the pair's two chroma.
+    for (int32_t first = 0; first < count; first += kCameraScanRun) {
+      const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
+      for (int i = 0; i < n; ++i) {
+        const int32_t at = pixels[first + i];
+        uint32_t pair;
+        memcpy(&pair, frame + (at & ~3), sizeof pair);
+        pair = CameraLittleEndianWord(pair);
+        luma[i] = int32_t((pair >> ((at & 2) * 8)) & 255);
+        u[i] = int32_t((pair >> 8) & 255), v[i] = int32_t(pair >> 24);
+      }
+      visit(first, n, luma, u, v);
+    }
+    return;
+  }
   if (pixels) {
     for (int32_t first = 0; first < count; first += kCameraScanRun) {
       const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
