@@ -118,46 +118,48 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const S* sums, int32_t first, int32_t 
   return Largest(largest);
 }
 
-// The same for colour sums, two centres side by side in one vector of
-// eight lanes: on processors with 256-bit vectors a trial costs half.
+// The same for colour sums, where a centre's response is its largest lane:
+// two centres side by side in one vector of eight lanes, so that on
+// processors with 256-bit vectors a trial costs half.
 KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first, int32_t stride, int32_t w, int count,
-                                          Lanes* out) {
+                                          int32_t* out) {
   const int32_t h = w / 2;
   const StoredLanes *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
                     *outerR = sums + (first + w);
   auto two = [stride](const StoredLanes* at, int j) KAVRI_CAMERA_LAMBDA {
     return __builtin_shufflevector(Load(at[j]), Load(at[j + stride]), 0, 1, 2, 3, 4, 5, 6, 7);
   };
+  // Each centre's largest lane ends up in its first.
   auto measure = [&](int j) KAVRI_CAMERA_LAMBDA {
     const TwoLanes left = two(innerL, j), right = two(innerR, j), inner = right - left;
     const TwoLanes flankL = left - two(outerL, j), flankR = two(outerR, j) - right;
-    return CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
+    TwoLanes most = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
+    most = Larger(most, __builtin_shufflevector(most, most, 1, 0, 3, 2, 5, 4, 7, 6));
+    return Larger(most, __builtin_shufflevector(most, most, 2, 3, 0, 1, 6, 7, 4, 5));
   };
   TwoLanes largest = TwoLanes{} + INT32_MIN;
   int i = 0;
   if (stride == 1) {
     for (; i + 2 <= count; i += 2) {
-      const TwoLanes responses = measure(i);
-      memcpy(out + i, &responses, sizeof responses);
-      largest = Larger(largest, responses);
+      const TwoLanes most = measure(i);
+      out[i] = most[0], out[i + 1] = most[4];
+      largest = Larger(largest, most);
     }
   } else {
     for (; i + 2 <= count; i += 2) {
-      const TwoLanes responses = measure(i * stride);
-      memcpy(out + i, &responses, sizeof responses);
-      largest = Larger(largest, responses);
+      const TwoLanes most = measure(i * stride);
+      out[i] = most[0], out[i + 1] = most[4];
+      largest = Larger(largest, most);
     }
   }
-  Lanes most = Larger(Lanes(__builtin_shufflevector(largest, largest, 0, 1, 2, 3)),
-                      Lanes(__builtin_shufflevector(largest, largest, 4, 5, 6, 7)));
   if (i < count) {
     const int j = i * stride;
     const Lanes left = Load(innerL[j]), right = Load(innerR[j]), inner = right - left;
     const Lanes flankL = left - Load(outerL[j]), flankR = Load(outerR[j]) - right;
-    out[i] = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
-    most = Larger(most, out[i]);
+    out[i] = Largest(CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR)));
+    largest[0] = std::max(largest[0], out[i]);
   }
-  return Largest(most);
+  return std::max(largest[0], largest[4]);
 }
 
 // Responses of any width tw, odd ones too, at count centres from first on:
@@ -425,10 +427,6 @@ class LineSearch {
  public:
   using T = decltype(Load(S{}));
   static constexpr int kLanes = LineReach<S>::kLanes;
-  // Groups of centres looked at together for candidates: in colour a
-  // centre's largest lane costs several instructions, so groups without a
-  // candidate are passed by.
-  static constexpr int kGroup = kLanes > 1 ? 8 : kRun;
 
   LineSearch(CameraAnalysisMaxOnLine2& record, const S* sums, LineReach<S>& reach)
       : record_(record), sums_(sums), reach_(reach), n_(record.sampleCount), lines_(record.lineCountMax) {}
@@ -459,18 +457,11 @@ class LineSearch {
   // The trials of width w at count centres from first on, stride apart;
   // those that reach minimum are merged into the list.
   KAVRI_CAMERA_INLINE void Measure(int32_t first, int32_t stride, int32_t w, int count, int32_t minimum) {
-    T responses[kRun];
-    // Most runs hold no candidate at all, and most groups of centres in
-    // the others neither.
+    int32_t responses[kRun];
+    // Most runs hold no candidate at all.
     if (EvenResponses(sums_, first, stride, w, count, responses) < minimum) return;
-    for (int group = 0; group < count; group += kGroup) {
-      const int end = std::min(count, group + kGroup);
-      if (kLanes > 1 && LargestOf(responses + group, end - group) < minimum) continue;
-      for (int i = group; i < end; ++i) {
-        const int32_t response = Largest(responses[i]);
-        if (response >= minimum) lines_.Merge({first + i * stride, w, Strength(response, w)});
-      }
-    }
+    for (int i = 0; i < count; ++i)
+      if (responses[i] >= minimum) lines_.Merge({first + i * stride, w, Strength(responses[i], w)});
   }
 
   // Re-measures each line at widths around its own and positions around
@@ -511,9 +502,7 @@ class LineSearch {
           return Widths{std::max(((w0 * 7) >> 4) * 2, 2), ((w0 * 9 + 15) >> 4) * 2, 2};
         },
         [this](int32_t first, int32_t tw, int count, int32_t* out) KAVRI_CAMERA_LAMBDA {
-          T responses[kRun];
-          EvenResponses(sums_, first, 1, tw, count, responses);
-          for (int i = 0; i < count; ++i) out[i] = Largest(responses[i]);
+          EvenResponses(sums_, first, 1, tw, count, out);
         },
         false);
   }
