@@ -9,7 +9,7 @@
 #include <functional>
 #include <thread>
 
-#include "TestImages.h"
+#include "YuyvCanvas.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
@@ -47,8 +47,7 @@ TEST_F(CameraFrameworkTest, FrameCounterVariableWrapsFrom32767ToZero) {
 
 TEST_F(CameraFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
   uint8_t change = 0;
-  int16_t count = 0;
-  CameraAnalysisCounter counter = MakeCounter(64, 48, &count, &change);
+  CameraAnalysisCounter counter = MakeCounter(64, 48, nullptr, &change);
   CameraInitAnalysis(&counter.base, 64, 48);
   testing::internal::CaptureStderr();
   CameraRunAnalysis(&counter.base, frame_, frame_, frame_, 0);
@@ -56,8 +55,7 @@ TEST_F(CameraFrameworkTest, ChangeVariableIsRaisedOrItsAbsenceReportedOnce) {
   CameraUninitAnalysis(&counter.base);
   EXPECT_EQ(CameraChangeVar, nullptr);
 
-  CameraAnalysisDeliverFrame deliver{};
-  deliver.base.type = CameraAnalysisTypeDeliverFrame;
+  CameraAnalysisDeliverFrame deliver{{CameraAnalysisTypeDeliverFrame}};
   CameraInitAnalysis(&deliver.base, 64, 48);
   for (uint32_t frames = 1; frames <= 3; ++frames) {
     CameraFrameCount.store(frames);
@@ -88,8 +86,7 @@ TEST_F(CameraFrameworkTest, SetupWithNullChainStartsNothing) {
   int marker = 0;
   CameraAnalysisData = reinterpret_cast<CameraAnalysisBase*>(&marker);
   CameraSetup(nullptr);
-  EXPECT_EQ(CameraAnalysisData, nullptr);
-  EXPECT_FALSE(CameraThreadRunning.load());
+  EXPECT_TRUE(CameraAnalysisData == nullptr && !CameraThreadRunning.load());
   CameraInitAnalysis(nullptr, 64, 48);
   CameraUninitAnalysis(nullptr);
   EXPECT_TRUE(camera.Events().empty()) << "the device was never touched";
@@ -100,10 +97,8 @@ class CameraDeliverFrameTest : public testing::Test {
  protected:
   static constexpr int kCapacity = 16;
   void SetUp() override {
-    record_.base.type = CameraAnalysisTypeDeliverFrame;
-    record_.capacity = kCapacity;
-    record_.buffer[0] = storage_[0];
-    record_.buffer[1] = storage_[1];
+    record_.base.type = CameraAnalysisTypeDeliverFrame, record_.capacity = kCapacity;
+    record_.buffer[0] = storage_[0], record_.buffer[1] = storage_[1];
     record_.SetEnabled(true);
     record_.Init();
   }
@@ -128,16 +123,8 @@ class CameraDeliverFrameTest : public testing::Test {
 // nothing to take), 'B' gives buffer 0 back to the record, 'I' runs Init.
 TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDroppedAndInitEmptiesTheBuffers) {
   using Frame = std::vector<uint8_t>;
-  struct Step {
-    char op;
-    Frame frame;
-  };
-  struct Case {
-    const char* name;
-    void (*prepare)(CameraAnalysisDeliverFrame&);
-    std::vector<Step> steps;
-  };
-  const Case cases[] = {
+  struct Step { char op; Frame frame; };
+  const struct { const char* name; void (*prepare)(CameraAnalysisDeliverFrame&); std::vector<Step> steps; } cases[] = {
       {"one byte over the capacity, then exactly the capacity",
        [](CameraAnalysisDeliverFrame&) {},
        {{'D', Frame(kCapacity + 1, 1)}, {'T', {}}, {'D', Frame(kCapacity, 2)}, {'T', Frame(kCapacity, 2)}}},
@@ -153,18 +140,15 @@ TEST_F(CameraDeliverFrameTest, FramesThatCannotBeStoredAreDroppedAndInitEmptiesT
        {{'D', {1}}, {'D', {2}}, {'T', {1}}, {'D', {3}}, {'I', {}}, {'T', {}}, {'D', {5}}, {'D', {6}}, {'T', {5}},
         {'T', {6}}}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SetUp();
     c.prepare(record_);
     for (size_t i = 0; i < c.steps.size(); ++i) {
       const Step& step = c.steps[i];
-      if (step.op == 'D') {
-        Deliver(step.frame);
-      } else if (step.op == 'B') {
-        record_.buffer[0] = storage_[0];
-      } else if (step.op == 'I') {
-        record_.Init();
-      } else {
+      if (step.op == 'D') Deliver(step.frame);
+      if (step.op == 'B') record_.buffer[0] = storage_[0];
+      if (step.op == 'I') record_.Init();
+      if (step.op == 'T') {
         EXPECT_EQ(Take(), step.frame) << c.name << ", step " << i;
       }
     }

@@ -56,13 +56,8 @@ TEST(BallAnalysisTest, SquareGivesTheHandWorkedResults) {
 }
 
 TEST(BallSingleBlockTest, JudgesBlobsByRoundnessSizeAndLevel) {
-  struct Case {
-    const char* name;
-    int radius;  // of a disc at 40, 40; 0: a 40 x 40 square at the corner; -1: a stripe of one row
-    YuyvColour colour;
-    SingleSetup s;
-    bool found;
-  } cases[] = {
+  // Radius of a disc at 40, 40; 0: a 40 x 40 square at the corner; -1: a stripe of one row.
+  const struct { const char* name; int radius; YuyvColour colour; SingleSetup s; bool found; } cases[] = {
       {"a uniform block within the radius limit", 0, kOrange, {0, 0, 40, 40, 2, 100, 10, 0, 40}, true},
       {"a uniform block above 0.9 x radius max squared", 0, kOrange, {0, 0, 40, 40, 2, 30, 10, 0, 40}, false},
       {"a one-pixel stripe has no height", -1, kOrange, {}, false},
@@ -71,7 +66,7 @@ TEST(BallSingleBlockTest, JudgesBlobsByRoundnessSizeAndLevel) {
       {"threshold 200 % searches nothing", 8, kVivid, {.threshold = 200}, false},
       {"levels below the threshold", 8, kOrange, {.threshold = 150}, false},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     YuyvCanvas frame(kWidth, kHeight);
     if (c.radius > 0) frame.Disc(40, 40, c.radius, c.colour);
     else frame.Fill(0, 0, 40, c.radius ? 1 : 40, c.colour);
@@ -92,13 +87,8 @@ TEST(BallSingleBlockTest, NormalizeAndCompareSortExclusions) {
 TEST(BallSingleBlockTest, CarelessRecordsReportNoBallAndTouchNothing) {
   YuyvCanvas frame(kWidth, kHeight);
   frame.Disc(60, 50, 8, kOrange);
-  struct Case {
-    SingleSetup s;
-    int exclusionCount;
-    std::vector<int> block;  // as placed: x, y, width, height
-    bool found;
-    const char* error;
-  } cases[] = {
+  // The block as placed: x, y, width, height.
+  const struct { SingleSetup s; int exclusionCount; std::vector<int> block; bool found; const char* error; } cases[] = {
       {{.xMin = 5, .xMax = 5}, 0, {0, 0, 160, 120}, false, "ERROR ball search with equal x range ends 5"},
       {{}, -1, {0, 0, 160, 120}, true, "ERROR ball search exclusion count -1"},
       {{}, 1 << 30, {0, 0, 160, 120}, true, "ERROR ball search exclusion count 1073741824"},
@@ -106,7 +96,7 @@ TEST(BallSingleBlockTest, CarelessRecordsReportNoBallAndTouchNothing) {
       {{200, 0, 10, 10}, 0, {160, 0, 0, 10}, false, "ERROR ball search block 200,0 10x10 has no pixels"},
       {{.blockWidth = 0, .blockHeight = 0}, 0, {0, 0, 0, 0}, false, "ERROR ball search block"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     Results out;
     auto ball = SingleBlock(c.s, out);
     ball.record.exclusionCount = c.exclusionCount;
@@ -127,12 +117,7 @@ TEST(BallSingleBlockTest, CarelessRecordsReportNoBallAndTouchNothing) {
 // group of cells can find them; with sizeMin 100 no group can, and the whole
 // block finds a radius 12 disc.
 TEST(BallMultiBlockTest, FindsSmallBallsInGroupsOfCellsAndLargeOnesInTheBlock) {
-  struct Case {
-    const char* name;
-    MultiSetup s;
-    int centreX, centreY, radius;
-    bool found;
-  } cases[] = {
+  const struct { const char* name; MultiSetup s; int centreX, centreY, radius; bool found; } cases[] = {
       {"across a column border", {}, 32, 20, 5, true},
       {"across a row border", {}, 40, 16, 5, true},
       {"one row of cells has no groups", {.blockHeight = 16}, 32, 8, 5, false},
@@ -145,7 +130,7 @@ TEST(BallMultiBlockTest, FindsSmallBallsInGroupsOfCellsAndLargeOnesInTheBlock) {
       {"cell size -16 (warned)", {.sizeMax = 200, .cellSize = -16}, 40, 16, 12, false},
       {"cell size 1: too many cells (warned)", {0, 0, kWidth, kHeight, 4, 200, 1}, 40, 16, 12, false},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     YuyvCanvas frame(kWidth, kHeight);
     frame.Disc(c.centreX, c.centreY, c.radius, kOrange);
     Results out;
@@ -175,11 +160,10 @@ TEST(BallMultiBlockTest, QualityIsTheFourthRootCappedAt10000) {
 // must not keep anything of the first), worked out pixel by pixel as
 // documented. Chroma runs over its whole range, so sums of 256 wrap.
 TEST(BallAnalysisTest, MapAndTablesMatchAPlainReference) {
-  struct Case {
-    int frameWidth, x, y, w, h, cellSize;  // cell size 0: the single block
-  } cases[] = {{160, 20, 10, 100, 70, 24}, {160, 0, 0, 160, 120, 40}, {600, 3, 1, 590, 9, 0}, {600, 0, 0, 600, 8, 7}};
+  const struct { int frameWidth, x, y, w, h, cellSize; } cases[] = {  // cell size 0: the single block
+      {160, 20, 10, 100, 70, 24}, {160, 0, 0, 160, 120, 40}, {600, 3, 1, 590, 9, 0}, {600, 0, 0, 600, 8, 7}};
   std::mt19937 random(3);
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     WithExclusions<CameraAnalysisBallMultiBlock> multi{{{CameraAnalysisTypeBallMultiBlock}, c.x, c.y, c.w, c.h}};
     WithExclusions<CameraAnalysisBallSingleBlock> single{
         {{CameraAnalysisTypeBallSingleBlock}, c.x, c.y, c.w, c.h, 1, 100, 0, 0, 100, 0, 100}};

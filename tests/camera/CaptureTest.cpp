@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "TestImages.h"
+#include "YuyvCanvas.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
@@ -28,17 +28,18 @@ constexpr int kHeight = 16;
 
 using Lines = std::vector<std::string>;
 
-const Lines kNoDevice = {"Camera thread started", "CameraOpenDevice", "Camera thread terminated"};
-const Lines kConfigureFails = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraFreeBuffers",
-                               "Camera thread terminated"};
-const Lines kBuffersFail = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraAllocateBuffers",
-                            "CameraFreeBuffers", "Camera thread terminated"};
-const Lines kCaptureEnds = {"Camera thread started", "CameraOpenDevice", "CameraInit", "CameraAllocateBuffers",
-                            "CameraStartCapture", "CameraStopCapture", "CameraFreeBuffers",
-                            "Camera thread terminated"};
-const Lines kCaptureTerminates = {"Camera thread started", "CameraOpenDevice",          "CameraInit",
-                                  "CameraAllocateBuffers", "CameraStartCapture",        "Camera thread terminating",
-                                  "CameraStopCapture",     "CameraFreeBuffers",         "Camera thread terminated"};
+const Lines kCaptureTerminates = {"Camera thread started", "CameraOpenDevice",   "CameraInit",
+                                  "CameraAllocateBuffers", "CameraStartCapture", "Camera thread terminating",
+                                  "CameraStopCapture",     "CameraFreeBuffers",  "Camera thread terminated"};
+// The paths out that fail earlier: the steps of the whole path marked '1'.
+Lines Path(const char* steps) {
+  Lines lines;
+  for (size_t i = 0; i < kCaptureTerminates.size(); ++i)
+    if (steps[i] == '1') lines.push_back(kCaptureTerminates[i]);
+  return lines;
+}
+const Lines kNoDevice = Path("110000001"), kConfigureFails = Path("111000011"), kBuffersFail = Path("111100011"),
+            kCaptureEnds = Path("111110111");
 
 // The bare progress lines of the thread, in order.
 Lines ProgressLines(const std::string& output) {
@@ -99,11 +100,8 @@ class CameraCaptureTest : public testing::Test {
   }
 
   void ExpectReleasedEverything() {
-    EXPECT_FALSE(camera_->IsOpen());
-    EXPECT_EQ(camera_->MappedBufferCount(), 0);
-    EXPECT_EQ(CameraDeviceHandle, -1);
-    EXPECT_EQ(CameraBuffers, nullptr);
-    EXPECT_EQ(CameraChangeVar, nullptr);
+    EXPECT_TRUE(!camera_->IsOpen() && camera_->MappedBufferCount() == 0 && CameraDeviceHandle == -1);
+    EXPECT_TRUE(CameraBuffers == nullptr && CameraChangeVar == nullptr);
   }
 
   FakeCamera* camera_ = nullptr;
@@ -119,18 +117,15 @@ TEST_F(CameraCaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAna
   camera_->PushFrame(goodFrame_);
   Start();
   ASSERT_TRUE(Starved());
-  EXPECT_EQ(CameraFrameCount.load(), 0u);
-  EXPECT_EQ(changeVar_, 0);
-  EXPECT_EQ(frameCounterVar_, -1);
-  EXPECT_EQ(camera_->QueuedBufferCount(), 2) << "the held-back buffer stays dequeued";
-
+  // Frames, frames this second, counter variable, change variable, queued buffers: the held-back one stays out.
+  auto state = [this] {
+    return std::vector<int>({int(CameraFrameCount.load()), CameraFrameCountSecond.load(), frameCounterVar_,
+                             changeVar_, camera_->QueuedBufferCount()});
+  };
+  EXPECT_EQ(state(), std::vector<int>({0, 0, -1, 0, 2}));
   for (int i = 0; i < 3; ++i) camera_->PushFrame(goodFrame_);
   ASSERT_TRUE(Starved());
-  EXPECT_EQ(CameraFrameCount.load(), 3u);
-  EXPECT_EQ(CameraFrameCountSecond.load(), 3);
-  EXPECT_EQ(frameCounterVar_, 3);
-  EXPECT_EQ(changeVar_, 255);
-  EXPECT_EQ(camera_->QueuedBufferCount(), 2);
+  EXPECT_EQ(state(), std::vector<int>({3, 3, 3, 255, 2}));
   Finish(true);
   EXPECT_EQ(ProgressLines(out_), kCaptureTerminates);
   ExpectReleasedEverything();
@@ -147,11 +142,11 @@ TEST_F(CameraCaptureTest, FirstCounterRecordSetsTheDeviceAndTheLastNamesTheChang
   camera_->PushFrame(goodFrame_);
   Start();
   ASSERT_TRUE(Starved());
-  EXPECT_EQ(camera_->RequestedWidth(), uint32_t(kWidth));
-  EXPECT_EQ(camera_->RequestedHeight(), uint32_t(kHeight));
-  EXPECT_EQ(camera_->RequestedFrameInterval(), 30u);
-  EXPECT_EQ(camera_->ControlValue(V4L2_CID_POWER_LINE_FREQUENCY), V4L2_CID_POWER_LINE_FREQUENCY_60HZ);
-  EXPECT_EQ(camera_->ControlValue(V4L2_CID_SHARPNESS), 0);
+  EXPECT_EQ(std::vector<int>({int(camera_->RequestedWidth()), int(camera_->RequestedHeight()),
+                              int(camera_->RequestedFrameInterval()),
+                              camera_->ControlValue(V4L2_CID_POWER_LINE_FREQUENCY),
+                              camera_->ControlValue(V4L2_CID_SHARPNESS)}),
+            std::vector<int>({kWidth, kHeight, 30, V4L2_CID_POWER_LINE_FREQUENCY_60HZ, 0}));
   EXPECT_EQ(last.base.width, kWidth) << "every record gets the capture size";
   EXPECT_EQ(CameraChangeVar, &lastChange);
   Finish(true);
@@ -186,20 +181,13 @@ TEST_F(CameraCaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
 // multiple of 8 still decodes, and a picture of another size whose bands
 // would run past the decoded image is not taken.
 TEST_F(CameraCaptureTest, FramesAreAnalysedOnlyWhenTheirBandsFitTheDecodedImage) {
-  struct Case {
-    const char* name;
-    int captureWidth, captureHeight, pictureWidth, pictureHeight;
-    uint32_t analysed;
-  };
-  const Case cases[] = {
-      {"height not a multiple of 8", 32, 20, 32, 20, 2},
-      {"fewer pixels, last band past the image", 32, 16, 14, 36, 0},
-  };
-  for (const Case& c : cases) {
+  const struct { const char* name; int captureWidth, captureHeight, pictureWidth, pictureHeight; uint32_t analysed; }
+      cases[] = {{"height not a multiple of 8", 32, 20, 32, 20, 2},
+                 {"fewer pixels, last band past the image", 32, 16, 14, 36, 0}};
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     camera_ = &FakeCamera::Install();
-    counter_.base.width = c.captureWidth;
-    counter_.base.height = c.captureHeight;
+    counter_.base.width = c.captureWidth, counter_.base.height = c.captureHeight;
     Bytes yuyv = GradientYuyv(c.pictureWidth, c.pictureHeight);
     for (int i = 0; i < 3; ++i)
       camera_->PushFrame(camera_devices::EncodeYuyvJpeg(yuyv.data(), c.pictureWidth, c.pictureHeight));
@@ -307,16 +295,13 @@ TEST_F(CameraCaptureTest, EachFailingStepEndsTheThreadThroughItsPath) {
     StreamFrames();
     c.arrange(*camera_);
     Start();
-    if (c.windingDown) {
-      ASSERT_TRUE(WaitFor([] { return CameraFrameCount.load() >= 2; }));
-    }
+    ASSERT_TRUE(!c.windingDown || WaitFor([] { return CameraFrameCount.load() >= 2; }));
     Finish(c.windingDown);
     EXPECT_THAT(out_ + err_, HasSubstr(c.message));
     EXPECT_EQ(ProgressLines(out_), c.path);
-    EXPECT_FALSE(camera_->IsOpen());
-    EXPECT_EQ(CameraBuffers, nullptr);
-    EXPECT_EQ(CameraChangeVar, nullptr) << "the analyses are wound down";
-    if (!c.windingDown) ExpectReleasedEverything();
+    // Unmapping may be what failed; everything else is released.
+    EXPECT_TRUE(!camera_->IsOpen() && CameraBuffers == nullptr && CameraChangeVar == nullptr);
+    EXPECT_TRUE(c.windingDown || (camera_->MappedBufferCount() == 0 && CameraDeviceHandle == -1));
   }
 }
 

@@ -25,12 +25,9 @@ CameraAnalysisChangeDetect ChangeDetect(int x, int y, int w, int h, int threshol
 // A patch in columns 2..5 of a black frame; untouched results: nothing to
 // measure.
 TEST(ColourFieldTest, MeasuresTheAlignedRectangleInsideTheFrame) {
-  struct Case {
-    const char* name;
-    YuyvColour patch;
-    int x, w, alignedX, alignedW;
-    std::vector<int> results;  // grey, red, green, blue
-  } cases[] = {
+  // Results: grey, red, green, blue.
+  const struct { const char* name; YuyvColour patch; int x, w, alignedX, alignedW; std::vector<int> results; }
+  cases[] = {
       {"neutral grey: 128 x 100 >> 8", kNeutralGrey, 2, 4, 2, 4, {50, 50, 50, 50}},
       {"white stops at 99", kWhite, 2, 4, 2, 4, {99, 99, 99, 99}},
       // U -38, V 112: red 81 + 127, green 81 - 51, blue 81 - 78.
@@ -41,7 +38,7 @@ TEST(ColourFieldTest, MeasuresTheAlignedRectangleInsideTheFrame) {
       {"wholly outside (warned)", kWhite, 40, 4, 40, 4, std::vector<int>(4, kUntouched)},
       {"empty (warned)", kWhite, 2, 0, 2, 0, std::vector<int>(4, kUntouched)},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     YuyvCanvas frame(kWidth, kHeight, kBlack);
     frame.Fill(2, 0, 4, kHeight, c.patch);
     Results out;
@@ -73,12 +70,8 @@ TEST(RegionAnalysisTest, DebugLinesSkipNullPointers) {
 }
 
 TEST(ChangeDetectTest, CountsStrictlyLargerChangesInsideTheFrame) {
-  struct Case {
-    const char* name;
-    int x, y, w, h, changed;  // the rectangle's first `changed` pixels, row by row, change
-    uint8_t from, to;
-    int minArea, strength, area;
-  } cases[] = {
+  // The rectangle's first `changed` pixels, row by row, change.
+  const struct { const char* name; int x, y, w, h, changed; uint8_t from, to; int minArea, strength, area; } cases[] = {
       {"exactly the threshold (10 % = 25) does not count", 4, 2, 10, 10, 40, 100, 125, 0, 0, 0},
       {"one above counts: 100 x 26 >> 8", 4, 2, 10, 10, 40, 100, 126, 0, 10, 40},
       {"below minArea: no strength, true area", 4, 2, 10, 10, 5, 0, 100, 10, 0, 5},
@@ -86,7 +79,7 @@ TEST(ChangeDetectTest, CountsStrictlyLargerChangesInsideTheFrame) {
       {"half outside on the right: area of the part inside", 28, 0, 8, 2, 100, 0, 255, 0, 99, 100},
       {"wholly outside", 0, kHeight, 4, 4, 16, 0, 255, 0, 0, 0},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     YuyvCanvas before(kWidth, kHeight, {c.from, 128, 128}), now(kWidth, kHeight, {c.from, 128, 128});
     for (int i = 0; i < c.changed; ++i)
       if (c.x + i % c.w < kWidth && c.y + i / c.w < kHeight) now.Y(c.x + i % c.w, c.y + i / c.w) = c.to;

@@ -3,7 +3,7 @@
 // A program of its own, so that nothing has touched the record before.
 #include <gtest/gtest.h>
 
-#include "TestImages.h"
+#include "YuyvCanvas.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/CameraAnalysis.h"
 #include "kavri/KavriLib.h"

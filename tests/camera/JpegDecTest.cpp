@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "JpegReference.h"
-#include "TestImages.h"
+#include "YuyvCanvas.h"
 #include "camera_devices/JpegFrames.h"
 #include "kavri/Camera.h"
 

@@ -42,18 +42,13 @@ StripeFrame Striped(int width, int height, uint8_t floor, int x0, int x1, YuyvCo
   return StripeFrame(width, height, Grey(floor)).Columns(x0, x1, stripe);
 }
 
-class LineFinder2 : public testing::Test {
- protected:
+struct LineFinder2 : testing::Test {
   void SetUp() override { CameraFrameCount.store(7); }
 };
 
 TEST_F(LineFinder2, ReportsTheFirstLineAsTheRulesSay) {
-  struct Case {
-    const char* name;
-    StripeFrame frame;
-    Tweak tweak;
-    int count, position, width, strength, brightness, red = 99, green = 99, blue = 99;
-  };
+  struct Case { const char* name; StripeFrame frame; Tweak tweak; int count, position, width, strength, brightness,
+                red = 99, green = 99, blue = 99; };
   // On a floor of 220, pixels x0 .. x1 - 1 of luma 40: darkness 180,
   // strength 179.
   auto dark = [](int x0, int x1, int w = 128, int h = 32) { return Striped(w, h, 220, x0, x1, Grey(40)); };
@@ -155,13 +150,8 @@ TEST_F(LineFinder2, InitConvertsWidthsAndThresholdToSamples) {
 // nothing found, and nothing touched outside the five slots, the buffers or
 // the frame.
 TEST_F(LineFinder2, UnsafeRecordsStayInsideTheirSlotsAndBuffers) {
-  struct Case {
-    Tweak tweak;
-    const char* message;
-    int found, written;  // lines found (the stripe at 45), slots written
-    Tweak afterInit;
-  };
-  const Case cases[] = {
+  // Lines found (the stripe at 45), slots written.
+  const struct { Tweak tweak; const char* message; int found, written; Tweak afterInit; } cases[] = {
       {[](auto& r) { r.rangeMin = r.rangeMax = 40; }, "range min equal to range max", 0, 5, {}},
       {[](auto& r) { r.lineCountMax = 9; }, "asks for 9 lines, 5 taken", 1, 5, {}},
       {[](auto& r) { r.lineCountMax = -2; }, "asks for -2 lines, 0 taken", 0, 0, {}},

@@ -6,7 +6,6 @@
 
 #include <cmath>
 
-#include "TestImages.h"
 #include "YuyvCanvas.h"
 #include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"

@@ -1,7 +1,10 @@
 // Packed YUYV frames painted pixel by pixel, the region analyses' records as
-// a program fills them, and a chain of one record run over a frame.
+// a program fills them, a chain of one record run over a frame, and the
+// capture thread's start and stop, shared by the camera suites.
 #ifndef KAVRI_TESTS_CAMERA_YUYVCANVAS_H
 #define KAVRI_TESTS_CAMERA_YUYVCANVAS_H
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -9,9 +12,50 @@
 #include <vector>
 
 #include "DebugFlagBits.h"
+#include "WaitFor.h"
+#include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
 #include "kavri/CameraAnalysisBall.h"
 #include "kavri/KavriLib.h"
+
+// A smooth YUYV picture (gradients in all three components), so that a
+// lossy round trip stays close to its source.
+inline std::vector<uint8_t> GradientYuyv(int width, int height) {
+  std::vector<uint8_t> yuyv(size_t(width) * height * 2);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; x += 2) {
+      uint8_t* pair = &yuyv[(size_t(y) * width + x) * 2];
+      pair[0] = uint8_t(30 + 160 * x / width + 40 * y / height);
+      pair[1] = uint8_t(80 + 90 * y / height);
+      pair[2] = uint8_t(30 + 160 * (x + 1) / width + 40 * y / height);
+      pair[3] = uint8_t(200 - 100 * x / width);
+    }
+  }
+  return yuyv;
+}
+
+// Starts capture on `chain` with the thread's output captured.
+inline void StartCapture(CameraAnalysisBase* chain) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  CameraSetup(chain);
+}
+
+struct CaptureOutput {
+  bool ended;  // the thread ended within the bound
+  std::string out, err;
+};
+// Waits for the capture thread to end, after a stop request if asked for
+// (a frame pushed to `wake` ends a starved wait), and ends output capture.
+inline CaptureOutput StopCapture(bool requestStop, camera_devices::FakeCamera* wake = nullptr) {
+  if (requestStop) {
+    CameraThreadTerminate.store(true);
+    if (wake) wake->PushFrame(camera_devices::UndecodableFrame());
+  }
+  bool ended = WaitFor([] { return !CameraThreadRunning.load(); });
+  std::string out = testing::internal::GetCapturedStdout();
+  return {ended, out, testing::internal::GetCapturedStderr()};
+}
 
 struct YuyvColour {
   uint8_t y, cb, cr;
@@ -24,7 +68,8 @@ class YuyvCanvas {
       : width_(width), height_(height), bytes_(size_t(width) * height * 2) {
     Fill(0, 0, width, height, colour);
   }
-  // Chroma bytes belong to the pixel pair that holds x.
+  // Chroma bytes belong to the pixel pair that holds x: coloured edges go
+  // on even columns.
   uint8_t& At(int x, int y, int byte) { return bytes_[(size_t(y) * width_ + (x & ~1)) * 2 + byte]; }
   uint8_t& Y(int x, int y) { return bytes_[(size_t(y) * width_ + x) * 2]; }
 
@@ -37,6 +82,11 @@ class YuyvCanvas {
     for (int y = centreY - radius; y <= centreY + radius; ++y)
       for (int x = centreX - radius; x <= centreX + radius; ++x)
         if ((x - centreX) * (x - centreX) + (y - centreY) * (y - centreY) <= radius * radius) Paint(x, y, colour);
+  }
+  // A vertical stripe of known place, brightness and colour for the line finders.
+  YuyvCanvas& Columns(int x0, int x1, YuyvColour colour) {
+    Fill(x0, 0, x1 - x0, height_, colour);
+    return *this;
   }
   const uint8_t* data() const { return bytes_.data(); }
   int width() const { return width_; }
@@ -116,15 +166,6 @@ inline WithExclusions<CameraAnalysisBallMultiBlock> MultiBlock(const MultiSetup&
 
 // Neutral chroma: R = G = B = y.
 constexpr YuyvColour Grey(uint8_t y) { return {y, 128, 128}; }
-
-// Vertical stripes of known place, brightness and colour for the line
-// finders. Chroma belongs to pixel pairs: coloured edges go on even columns.
-struct StripeFrame : YuyvCanvas {
-  StripeFrame(int width, int height, YuyvColour floor) : YuyvCanvas(width, height, floor) {}
-  StripeFrame& Columns(int x0, int x1, YuyvColour colour) {
-    Fill(x0, 0, x1 - x0, height(), colour);
-    return *this;
-  }
-};
+using StripeFrame = YuyvCanvas;
 
 #endif
