@@ -38,7 +38,9 @@ inline int32_t Largest(Lanes value) {
 }
 inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
 inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
-inline TwoLanes Larger(TwoLanes a, TwoLanes b) { return a > b ? a : b; }
+// Inlined always, also unoptimised: eight lanes are passed differently with
+// and without 256-bit vectors.
+KAVRI_CAMERA_INLINE TwoLanes Larger(TwoLanes a, TwoLanes b) { return a > b ? a : b; }
 inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
 inline Lanes Smaller(Lanes a, Lanes b) { return a < b ? a : b; }
 
