@@ -28,6 +28,9 @@ inline FL48 FromShort(int n) {
   FL48_ConvFromShort(&x, n);
   return x;
 }
+// The result of an operation on a copy of its operands.
+inline FL48 Do(void (*op)(FL48*, const FL48*), FL48 a, const FL48& b) { return op(&a, &b), a; }
+inline FL48 Do(void (*f)(FL48*), FL48 x) { return f(&x), x; }
 
 inline std::string Describe(const FL48& x) {
   char text[48];

@@ -23,17 +23,15 @@ TEST_F(TextGraphics, InitialisationClearsAndUpdateWaitsForTheDisplayToTakeTheFra
   Fill(0xFF);
   PlaceCursor(40, 16);
   TextGrph_Intl(area);
-  EXPECT_EQ(CountSet(), 0);
-  EXPECT_EQ(TextGrph.CursorX + TextGrph.CursorY, 0);
-  EXPECT_EQ(TextGrph.CursorState, TEXTGRPH_CURSOR_DISABLED);
-  EXPECT_EQ(TextGrph_GetNLines(), 8);
-  EXPECT_EQ(TextGrph_Update(), 1) << "the frame raised by initialisation is still pending";
+  // Pixels set, cursor, cursor state, lines; the frame raised by initialisation is still pending.
+  EXPECT_EQ(std::vector<int>({CountSet(), TextGrph.CursorX, TextGrph.CursorY, TextGrph.CursorState,
+                              TextGrph_GetNLines(), TextGrph_Update()}),
+            std::vector<int>({0, 0, 0, TEXTGRPH_CURSOR_DISABLED, 8, 1}));
   ASSERT_TRUE(TakeFrame());
   EXPECT_EQ(area->DisplayUpdateCounter, 0);
   TextGrph_PutStrg(0, 0, "Hi");
   EXPECT_EQ(TextGrph_Update(), 0);
-  EXPECT_EQ(area->DisplayUpdateCounter, 1);
-  EXPECT_EQ(area->DisplayUpdateFlag, 1);
+  EXPECT_TRUE(area->DisplayUpdateCounter == 1 && area->DisplayUpdateFlag == 1);
   EXPECT_EQ(TextGrph_Update(), 1);
   ASSERT_TRUE(TakeFrame());
   EXPECT_EQ(memcmp(frame, buffer, sizeof frame), 0);
@@ -143,9 +141,8 @@ TEST_F(TextGraphics, CursorMovesAndClearsStayWithinTheirBounds) {
     Fill(0xFF);
     PlaceCursor(c.x, c.y);
     c.move();
-    EXPECT_EQ(TextGrph.CursorX, c.wantX) << c.what;
-    EXPECT_EQ(TextGrph.CursorY, c.wantY) << c.what;
-    EXPECT_EQ(128 * 64 - CountSet(), c.cleared) << c.what;
+    EXPECT_EQ(std::vector<int>({TextGrph.CursorX, TextGrph.CursorY, 128 * 64 - CountSet()}),
+              std::vector<int>({c.wantX, c.wantY, c.cleared})) << c.what;
   }
 }
 
@@ -154,8 +151,7 @@ TEST_F(TextGraphics, CursorMovesAndClearsStayWithinTheirBounds) {
 TEST_F(TextOutput, CursorHidesNestedAndFollowsTheText) {
   TextGrph_CurOff();
   TextGrph_CurOn();
-  EXPECT_EQ(TextGrph.CursorState, TEXTGRPH_CURSOR_DISABLED) << "a disabled cursor ignores both";
-  EXPECT_EQ(CountSet(), 0);
+  EXPECT_TRUE(TextGrph.CursorState == TEXTGRPH_CURSOR_DISABLED && CountSet() == 0) << "a disabled cursor ignores both";
   PlaceCursor(16, 8);
   TextGrph.CursorState = TEXTGRPH_CURSOR_SHOWN;
   TextGrph_DispCrsr();
@@ -163,8 +159,7 @@ TEST_F(TextOutput, CursorHidesNestedAndFollowsTheText) {
   const int states[] = {1, 2, 1, 0, 0};
   for (int i = 0; i < 5; ++i) {
     i < 2 ? TextGrph_CurOff() : TextGrph_CurOn();
-    EXPECT_EQ(TextGrph.CursorState, states[i]) << "step " << i;
-    EXPECT_EQ(CountSet(), states[i] == 0 ? 64 : 0) << "step " << i;
+    EXPECT_TRUE(TextGrph.CursorState == states[i] && CountSet() == (states[i] == 0 ? 64 : 0)) << "step " << i;
   }
   TextGrph_GotoXY(40, 24);
   TextGrph_PrintChar('A');
@@ -173,25 +168,21 @@ TEST_F(TextOutput, CursorHidesNestedAndFollowsTheText) {
   EXPECT_EQ(CountSetIn(48, 24, 8, 8), 0);
   EXPECT_TRUE(CellInverted(5, 24)) << "the erased cell shows the cursor";
   TextGrph_ClearHome();
-  EXPECT_TRUE(CellInverted(0, 0));
-  EXPECT_EQ(CountSet(), 64);
+  EXPECT_TRUE(CellInverted(0, 0) && CountSet() == 64);
   // Setting a font keeps the cursor where it is, at the new cell height;
   // initialising one sends it home, disabled.
   static const uint8_t tallData[256 * 12] = {};
   static const TextGrphFontByte tall = {12, tallData};
   TextGrph_SetFontByte(&tall);
-  EXPECT_EQ(CountSetIn(0, 0, 8, 12), 96);
-  EXPECT_EQ(CountSet(), 96);
+  EXPECT_TRUE(CountSetIn(0, 0, 8, 12) == 96 && CountSet() == 96);
   PlaceCursor(24, 16);
   TextGrph_IntlFontByte(&tall);
-  EXPECT_EQ(TextGrph.CursorX, 0);
-  EXPECT_EQ(TextGrph.CursorState, TEXTGRPH_CURSOR_DISABLED);
-  EXPECT_EQ(TextGrph_GetNLines(), 5);
+  EXPECT_EQ(std::vector<int>({TextGrph.CursorX, TextGrph.CursorState, TextGrph_GetNLines()}),
+            std::vector<int>({0, TEXTGRPH_CURSOR_DISABLED, 5}));
   Fill(0xFF);
   TextGrph_PutChar(0, 52, 'A');  // the last row that fits a 12-row cell
   TextGrph_PutChar(8, 53, 'A');
-  EXPECT_EQ(CountSetIn(0, 52, 8, 12), 0);
-  EXPECT_EQ(CountSetIn(8, 52, 8, 12), 96);
+  EXPECT_TRUE(CountSetIn(0, 52, 8, 12) == 0 && CountSetIn(8, 52, 8, 12) == 96);
   TextGrph_IntlFontByte(&FontByte8x8L);
 }
 
