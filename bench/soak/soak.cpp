@@ -2,7 +2,8 @@
 // does to it - download, start and stop a program; camera online with frames
 // flowing; display pages built and torn down - and reports after every block
 // of cycles what the controller holds: open descriptors, threads and
-// resident memory. With --check-flat it fails if descriptors or threads grew.
+// resident memory (for an emulated controller also its own address space's
+// share). With --check-flat it fails if descriptors or threads grew.
 #include <signal.h>
 #include <arpa/inet.h>
 #include <sys/socket.h>
@@ -126,9 +127,27 @@ class LogWatch {
 struct Usage {
   int fds = -1, threads = -1;
   long rssKiB = -1;
+  long guestKiB = -1;  // measured only for an emulated controller
 };
 
-Usage Measure(pid_t pid) {
+// An emulated 32-bit controller's own memory is the lowest 4 GiB of the
+// emulator's address space; above it lie the emulator's translated code and
+// its own heap, which say nothing about the library.
+long GuestResidentKiB(const fs::path& proc) {
+  std::ifstream smaps(proc / "smaps");
+  long kib = 0;
+  bool guest = false;
+  for (std::string line; std::getline(smaps, line);) {
+    unsigned long long start = 0, end = 0;
+    if (sscanf(line.c_str(), "%llx-%llx ", &start, &end) == 2)
+      guest = end <= (1ULL << 32);
+    else if (guest && line.rfind("Rss:", 0) == 0)
+      kib += std::stol(line.substr(4));
+  }
+  return kib;
+}
+
+Usage Measure(pid_t pid, bool emulated) {
   Usage usage;
   std::error_code error;
   const fs::path proc = "/proc/" + std::to_string(pid);
@@ -141,6 +160,7 @@ Usage Measure(pid_t pid) {
     if (line.rfind("Threads:", 0) == 0) usage.threads = std::stoi(line.substr(8));
     if (line.rfind("VmRSS:", 0) == 0) usage.rssKiB = std::stol(line.substr(6));
   }
+  if (emulated) usage.guestKiB = GuestResidentKiB(proc);
   return usage;
 }
 
@@ -156,7 +176,7 @@ class Soak {
     if (!StartHost()) return Fail("the controller did not start");
     std::vector<uint8_t> image = options_.program.empty() ? BuiltInImage() : BuildProgram();
     if (image.empty()) return Fail("the program did not build");
-    printf("phase     cycles  fds  threads  rss_kib\n");
+    printf("phase     cycles  fds  threads  rss_kib%s\n", Emulated() ? "  guest_kib" : "");
     Report("start", 0);
     for (int cycle = 1; cycle <= options_.cycles; ++cycle) {
       if (!ProgramCycle(image, cycle)) return Fail("program cycle " + std::to_string(cycle));
@@ -326,20 +346,24 @@ class Soak {
   // moment behind a stop's reply; the block's figures are taken once they
   // settle at the first block's level, or after the bound.
   void Report(const char* phase, int cycles) {
-    Usage usage = Measure(host_);
+    Usage usage = Measure(host_, Emulated());
     if (baseline_.fds >= 0) {
       auto deadline = Clock::now() + std::chrono::seconds(10);
       while ((usage.fds != baseline_.fds || usage.threads != baseline_.threads) && Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        usage = Measure(host_);
+        usage = Measure(host_, Emulated());
       }
       if (options_.checkFlat && (usage.fds > baseline_.fds || usage.threads > baseline_.threads)) ++flatFailures_;
     } else if (cycles > 0) {
       baseline_ = usage;
     }
-    printf("%-8s %7d %4d %8d %8ld\n", phase, cycles, usage.fds, usage.threads, usage.rssKiB);
+    printf("%-8s %7d %4d %8d %8ld", phase, cycles, usage.fds, usage.threads, usage.rssKiB);
+    if (Emulated()) printf(" %10ld", usage.guestKiB);
+    printf("\n");
     fflush(stdout);
   }
+
+  bool Emulated() const { return !options_.runPrefix.empty(); }
 
   Options options_;
   fs::path work_;
