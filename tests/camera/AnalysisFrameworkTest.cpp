@@ -1,8 +1,5 @@
 // The analysis chain: dispatch, the counter record, the change variable and
 // the frame hand-over to a consumer thread.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -10,13 +7,8 @@
 #include <thread>
 
 #include "YuyvCanvas.h"
-#include "camera_devices/CounterRecord.h"
-#include "camera_devices/FakeCamera.h"
-#include "kavri/Camera.h"
-#include "kavri/KavriLib.h"
 
 using camera_devices::FakeCamera;
-using testing::HasSubstr;
 
 namespace {
 

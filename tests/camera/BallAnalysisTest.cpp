@@ -1,7 +1,6 @@
 // The two ball finders: shapes whose results are worked out by hand, careless
 // records, and the map and moment tables of random frames against a plain
 // per-pixel reference.
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>

@@ -1,19 +1,13 @@
 // The capture thread against the fake Video4Linux2 device.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <set>
 #include <sstream>
-#include <string>
 
 #include "YuyvCanvas.h"
-#include "camera_devices/CounterRecord.h"
-#include "camera_devices/FakeCamera.h"
-#include "kavri/Camera.h"
-#include "kavri/KavriLib.h"
 
 using camera_devices::Bytes;
 using camera_devices::FakeCamera;

@@ -1,6 +1,5 @@
 // Colour field and change detection on painted frames, worked out by hand,
 // and on wide random frames against a plain per-pixel reference.
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>

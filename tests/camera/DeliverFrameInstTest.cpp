@@ -1,12 +1,9 @@
 // The library's own delivery record as it is when the library has just been
 // loaded: handed to CameraSetup alone, it must be taken for what it is.
 // A program of its own, so that nothing has touched the record before.
-#include <gtest/gtest.h>
 
 #include "YuyvCanvas.h"
-#include "camera_devices/FakeCamera.h"
 #include "kavri/CameraAnalysis.h"
-#include "kavri/KavriLib.h"
 
 namespace {
 

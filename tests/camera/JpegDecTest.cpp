@@ -1,5 +1,4 @@
 // Motion-JPEG frames made by libjpeg from known YUYV images, decoded back.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,7 +6,6 @@
 #include "JpegReference.h"
 #include "YuyvCanvas.h"
 #include "camera_devices/JpegFrames.h"
-#include "kavri/Camera.h"
 
 using camera_devices::Bytes;
 using camera_devices::EncodeYuyvJpeg;

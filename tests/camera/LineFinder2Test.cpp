@@ -3,7 +3,6 @@
 // line from x = 0 is centred on sample a + w/2 (sample j lies at x = j - 1).
 // A line of darkness d that a width w fits exactly responds d x w, strength
 // d x w x (65536 / w) >> 16, written x 100 >> 8.
-#include <gtest/gtest.h>
 
 #include <array>
 #include <climits>

@@ -2,7 +2,6 @@
 // neutral floor of luma 200 balances to a gain of exactly 1, so a dark
 // line's line-ness is 765 - 3 x luma a sample, five times that after the box
 // filter (floor 825, luma 50 gives 3075).
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <functional>
@@ -141,8 +140,8 @@ TEST_F(LineFinder, ColourAxisFindsTheTaughtColour) {
 }
 
 // Unusable widths, and records Init refuses (with a message), write -1 and
-// nothing else, and print no debug line; hostile ones stay in bounds.
-TEST_F(LineFinder, UnusableRecordsAnswerMinusOneAndHostileOnesStayInBounds) {
+// nothing else, and print no debug line.
+TEST_F(LineFinder, UnusableRecordsAnswerMinusOne) {
   const std::pair<Tweak, const char*> unusable[] = {
       {[](auto& r) { r.widthMin = -3; }, ""},
       {[](auto& r) { r.widthMin = 0; }, ""},
@@ -159,11 +158,6 @@ TEST_F(LineFinder, UnusableRecordsAnswerMinusOneAndHostileOnesStayInBounds) {
     EXPECT_NE(testing::internal::GetCapturedStderr().find(message), std::string::npos) << message;
     EXPECT_EQ(debug, "") << message;
   }
-  for (auto [low, high] : {std::pair{1, INT_MAX}, {90, 100}, {200, 300}})
-    for (int32_t threshold : {INT_MIN, 1000000, INT_MAX})
-      RunFinder(With(40, 50, 50), [=](auto& r) {
-        r.widthMin = low, r.widthMax = high, r.peakThreshold = r.contrastThreshold = threshold;
-      });
 }
 
 }  // namespace

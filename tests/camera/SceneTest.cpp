@@ -2,15 +2,11 @@
 // (Motion-JPEG, decoded as for a real camera), against where the scene drew
 // its ball and its line. The scene's chroma is smeared by 4:2:2 sampling and
 // JPEG: ball positions hold to 2 pixels.
-#include <gtest/gtest.h>
 
 #include <cmath>
 
 #include "YuyvCanvas.h"
-#include "camera_devices/CounterRecord.h"
-#include "camera_devices/FakeCamera.h"
 #include "camera_devices/SimCamera.h"
-#include "kavri/Camera.h"
 
 namespace {
 

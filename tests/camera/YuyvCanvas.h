@@ -13,6 +13,7 @@
 
 #include "DebugFlagBits.h"
 #include "WaitFor.h"
+#include "camera_devices/CounterRecord.h"
 #include "camera_devices/FakeCamera.h"
 #include "kavri/Camera.h"
 #include "kavri/CameraAnalysisBall.h"

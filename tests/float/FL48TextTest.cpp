@@ -180,21 +180,6 @@ TEST(FL48ConvToText, EachLayoutPrintsItsField) {
   }
 }
 
-// Any word and any record: exactly width characters and the terminator, and
-// not one byte more.
-TEST(FL48ConvToText, AnyWordAndRecordWritesExactlyTheField) {
-  RandomNumbers random(4711);
-  for (int i = 0; i < 20000; ++i) {
-    const uint32_t word = random.Word32();
-    const int width = int((word >> FL_FORMAT_WIDTH_SHIFT) & 0xFF);
-    const FL48 x = Make(random.Word16(), random.Word32());
-    std::vector<char> out(size_t(width) + 64, '\x7F');
-    FL48_ConvToText(out.data(), &x, word);
-    ASSERT_EQ(std::strlen(out.data()), size_t(width)) << Describe(x) << " word " << word;
-    ASSERT_TRUE(std::all_of(out.begin() + width + 1, out.end(), [](char c) { return c == '\x7F'; }));
-  }
-}
-
 // ---- Exact digits over the whole range ----
 
 // Random numbers with fields in [lo, hi], printed with ten digits.
