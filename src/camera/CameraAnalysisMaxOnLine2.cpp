@@ -38,9 +38,6 @@ inline int32_t Largest(Lanes value) {
 }
 inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
 inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
-// Inlined always, also unoptimised: eight lanes are passed differently with
-// and without 256-bit vectors.
-KAVRI_CAMERA_INLINE TwoLanes Larger(TwoLanes a, TwoLanes b) { return a > b ? a : b; }
 inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
 inline Lanes Smaller(Lanes a, Lanes b) { return a < b ? a : b; }
 
@@ -136,8 +133,12 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first
     const TwoLanes left = two(innerL, j), right = two(innerR, j), inner = right - left;
     const TwoLanes flankL = left - two(outerL, j), flankR = two(outerR, j) - right;
     TwoLanes most = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
-    most = Larger(most, __builtin_shufflevector(most, most, 1, 0, 3, 2, 5, 4, 7, 6));
-    return Larger(most, __builtin_shufflevector(most, most, 2, 3, 0, 1, 6, 7, 4, 5));
+    // Eight lanes are handed over differently with and without 256-bit
+    // vectors, so they never pass through a function that may stay a call.
+    TwoLanes other = __builtin_shufflevector(most, most, 1, 0, 3, 2, 5, 4, 7, 6);
+    most = most > other ? most : other;
+    other = __builtin_shufflevector(most, most, 2, 3, 0, 1, 6, 7, 4, 5);
+    return most > other ? most : other;
   };
   TwoLanes largest = TwoLanes{} + INT32_MIN;
   int i = 0;
@@ -145,13 +146,13 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first
     for (; i + 2 <= count; i += 2) {
       const TwoLanes most = measure(i);
       out[i] = most[0], out[i + 1] = most[4];
-      largest = Larger(largest, most);
+      largest = largest > most ? largest : most;
     }
   } else {
     for (; i + 2 <= count; i += 2) {
       const TwoLanes most = measure(i * stride);
       out[i] = most[0], out[i + 1] = most[4];
-      largest = Larger(largest, most);
+      largest = largest > most ? largest : most;
     }
   }
   if (i < count) {
@@ -324,6 +325,32 @@ class LineReach {
   int32_t stretchCount_ = 0, listed_ = -1;
 };
 
+// The whole blocks of colour prefix sums from sample first on, two samples
+// side by side: the pair's own sums [a, a+b] are added to the total so far.
+// Leaves first, block k and the total at the first block not done.
+KAVRI_CAMERA_INLINE void WholeBlocks(StoredLanes* buffer, int32_t n, bool bright, StoredLanes* lowest,
+                                     StoredLanes* highest, int32_t& first, int32_t& k, Lanes& sum) {
+  constexpr int kBlock = LineReach<StoredLanes>::kBlock;
+  TwoLanes total = __builtin_shufflevector(sum, sum, 0, 1, 2, 3, 0, 1, 2, 3);
+  for (; first + kBlock - 1 <= n; first += kBlock, ++k) {
+    TwoLanes least = TwoLanes{} + INT32_MAX, most = TwoLanes{} + INT32_MIN;
+    for (int32_t j = first; j < first + kBlock; j += 2) {
+      TwoLanes pair;
+      memcpy(&pair, buffer + j, sizeof pair);
+      least = least < pair ? least : pair, most = most > pair ? most : pair;
+      if (!bright) pair = -pair;
+      total += pair + __builtin_shufflevector(pair, TwoLanes{}, 8, 9, 10, 11, 0, 1, 2, 3);
+      memcpy(buffer + j, &total, sizeof total);
+      total = __builtin_shufflevector(total, total, 4, 5, 6, 7, 4, 5, 6, 7);
+    }
+    lowest[k] = Smaller(Lanes(__builtin_shufflevector(least, least, 0, 1, 2, 3)),
+                        Lanes(__builtin_shufflevector(least, least, 4, 5, 6, 7)));
+    highest[k] = Larger(Lanes(__builtin_shufflevector(most, most, 0, 1, 2, 3)),
+                        Lanes(__builtin_shufflevector(most, most, 4, 5, 6, 7)));
+  }
+  sum = __builtin_shufflevector(total, total, 0, 1, 2, 3);
+}
+
 // Prefix sums in place over samples 1 .. n, negated for dark lines so that
 // they become peaks too; on the way, the extremes of each block of samples.
 template <typename S>
@@ -333,7 +360,9 @@ KAVRI_CAMERA_INLINE void PrefixSums(S* buffer, int32_t n, bool bright, LineReach
   S *lowest = reach.Lowest(), *highest = reach.Highest();
   T sum = T{} + 0;
   buffer[0] = sum;
-  for (int32_t first = 1, k = 0; first <= n; first += kBlock, ++k) {
+  int32_t first = 1, k = 0;
+  if constexpr (LineReach<S>::kLanes == 4) WholeBlocks(buffer, n, bright, lowest, highest, first, k, sum);
+  for (; first <= n; first += kBlock, ++k) {
     const int32_t last = std::min(n, first + kBlock - 1);
     T least = Load(buffer[first]), most = least;
     for (int32_t j = first; j <= last; ++j) {
