@@ -91,6 +91,13 @@ KAVRI_CAMERA_INLINE T CombineFlanks(T left, T right) {
 // stack.
 constexpr int kRun = 256;
 
+template <typename T>
+KAVRI_CAMERA_INLINE int32_t LargestOf(const T* values, int count) {
+  T largest = values[0];
+  for (int i = 1; i < count; ++i) largest = Larger(largest, values[i]);
+  return Largest(largest);
+}
+
 // Responses of an even width w at count centres first, first+stride, ...:
 // the inner w samples against twice each flank of w/2 samples, per lane.
 // Returns the largest response of any lane, so that a run without a
@@ -102,19 +109,19 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const S* sums, int32_t first, int32_t 
   const int32_t h = w / 2;
   const S *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
           *outerR = sums + (first + w);
-  T largest = T{} + INT32_MIN;
   auto at = [&](int i, int j) {
     const T left = Load(innerL[j]), right = Load(innerR[j]), inner = right - left;
     const T flankL = left - Load(outerL[j]), flankR = Load(outerR[j]) - right;
     out[i] = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
-    largest = Larger(largest, out[i]);
   };
   if (stride == 1) {
     for (int i = 0; i < count; ++i) at(i, i);
   } else {
     for (int i = 0; i < count; ++i) at(i, i * stride);
   }
-  return Largest(largest);
+  // A pass of its own: folded into the loops above it keeps them from
+  // vectorising.
+  return LargestOf(out, count);
 }
 
 // The same for colour sums, where a centre's response is its largest lane:
@@ -175,13 +182,6 @@ KAVRI_CAMERA_INLINE void WeightedResponses(const int32_t* sums, int32_t first, i
     const int32_t inner = innerR[i] - innerL[i];
     out[i] = CombineFlanks(inner - (((innerL[i] - outerL[i]) * k) >> 8), inner - (((outerR[i] - innerR[i]) * k) >> 8));
   }
-}
-
-template <typename T>
-KAVRI_CAMERA_INLINE int32_t LargestOf(const T* values, int count) {
-  T largest = values[0];
-  for (int i = 1; i < count; ++i) largest = Larger(largest, values[i]);
-  return Largest(largest);
 }
 
 // Calls visit(first centre, count) for the runs that cover the centres
