@@ -15,6 +15,7 @@
 #include "ControllerProcess.h"
 #include "ProgramImage.h"
 #include "host/DownloadMode.h"
+#include "host/KavriServer.h"
 #include "kavri/Camera.h"
 #include "kavri/MotorIOLib.h"
 
@@ -55,6 +56,7 @@ class Programs : public ::testing::Test {
     EXPECT_TRUE(WaitFor([] { return StopThreadsDownloadMode(true) && !kavri::ProgThreadAlive; }));
     KavriLib_SetProgramInfoCallback(nullptr);
     KavriLib_SetProgramLibraryPath(nullptr);
+    EXPECT_EQ(DownloadDataPath, nullptr);
     DataAreaDownloadValid = false;
     heard.clear();
     entryCalls = 0;
@@ -129,8 +131,10 @@ TEST_F(Programs, FailedDownloadClosesAndNeverLeavesHalfACodeStartable) {
     const char* message;
     bool earlierKept;
   } cases[] = {
-      {"code larger than the area", 0x400001, 72, 0, true,
+      {"one byte more than the area", 0x400001, 72, 0, true,
        "ERROR code size 4194305 is larger than the download area (4194304 bytes)\n", true},
+      {"exactly the area is accepted and read", 0x400000, 72, 40, true,
+       "ERROR connection closed or timed out after 40 of 4194304 code bytes\n", false},
       {"extension cut short", 100, 10, 0, true, "ERROR received illegal command packet (length<72)\n", true},
       {"PC closes inside the code", 100, 72, 40, true, "ERROR connection closed or timed out after 40 of 100 code bytes\n", false},
       {"PC falls silent inside the code", 100, 72, 99, false, "ERROR connection closed or timed out after 99 of 100 code bytes\n", false},
@@ -275,6 +279,28 @@ TEST_F(Programs, HostStartsFlashFilesAndAbortsThem) {
   OnlineModeActive = true;
   EXPECT_EQ(KavriLib_StartDownloadProgram(path.c_str()) + KavriLib_StartRamProgram(), 0);
   OnlineModeActive = false;
+}
+
+// A short extension is refused, again at the next try, and nothing of an
+// earlier command survives in the buffer.
+TEST(CommandExtension, ShortOneIsRefusedWithTheBufferZeroed) {
+  int fds[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, fds), 0);
+  xoIF2013Command_Base download{KavriCmdDownloadCode};
+  const uint8_t part[10] = {1, 'a', 'b'};
+  ASSERT_EQ(write(fds[1], part, sizeof part), ssize_t(sizeof part));
+  close(fds[1]);
+  xoIF2013Command_DownloadCode command;
+  memset(&command, 0xAA, sizeof command);
+  testing::internal::CaptureStderr();
+  for (int attempt = 0; attempt < 2; ++attempt)
+    EXPECT_FALSE(ReadCommandExtension(fds[0], &download, reinterpret_cast<xoIF2013Command_Base*>(&command), sizeof command));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "ERROR received illegal command packet (length<72)\n"
+            "ERROR received illegal command packet (length<72)\n");
+  EXPECT_EQ(command.code, KavriCmdDownloadCode);
+  EXPECT_EQ(command.codeSize, 0u);
+  close(fds[0]);
 }
 
 }  // namespace

@@ -1,15 +1,18 @@
 // The PC link server seen from a PC: a real TCP client on loopback talking
-// to a controller in a child process; and the address table it serves.
+// to a controller in a child process; the address table it serves, where it
+// listens and how it reads commands that arrive together.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <thread>
 
 #include "ControllerProcess.h"
 #include "TestClient.h"
 #include "host/DownloadMode.h"
 #include "host/KavriState.h"
+#include "kavri/KavriLib.h"
 #include "kavri/LinkProtocol.h"
 #include "kavri/MotorIOLib.h"
 #include "kavri/TextGrph.h"
@@ -68,17 +71,14 @@ TEST_F(LinkServer, StatusReplyCarriesTypeAndClampedSystemVersion) {
   }
 }
 
-TEST_F(LinkServer, InitPrintsVersionsAndFormatsTheirTexts) {
+// Init prints the versions first; their texts are the host's to read.
+TEST_F(LinkServer, InitPrintsVersionsAndMemoryLayoutNamesRunAreaAndTransferArea) {
   Start({.sysVersion = "4.2.3.1", .afterInit = [] {
            printf("texts %s %s %08x\n", KavriGetAppVerStr(), KavriGetSysVerStr(), SysVersion);
          }});
   EXPECT_TRUE(controller_->WaitForStdout("texts 4.1.5.0 4.2.3.1 04020301\n")) << controller_->Stdout();
   EXPECT_EQ(controller_->Stdout().rfind("KavriLib V 4.1.5.0\nSystem V 4.2.3.1\n", 0), 0u);
   EXPECT_NE(controller_->Stdout().find("main thread new nice value = "), std::string::npos);
-}
-
-TEST_F(LinkServer, MemoryLayoutNamesRunAreaAndTransferArea) {
-  Start();
   TestClient client(port());
   client.SendWord(KavriCmdGetMemoryLayout);
   auto reply = As<xoIF2013Reply_MemoryLayout>(client.Receive(sizeof(xoIF2013Reply_MemoryLayout)));
@@ -119,18 +119,6 @@ TEST_F(LinkServer, MalformedCommandClosesTheConnectionAndTheNextPcIsServed) {
   }
 }
 
-TEST_F(LinkServer, SecondPcIsServedAfterTheFirstCloses) {
-  Start();
-  auto first = std::make_unique<TestClient>(port());
-  first->SendWord(KavriCmdQueryStatus);
-  EXPECT_EQ(first->Receive(24).size(), 24u);
-  TestClient second(port());
-  second.SendWord(KavriCmdQueryStatus);  // waits in the backlog
-  first.reset();
-  EXPECT_EQ(second.Receive(24).size(), 24u);
-  EXPECT_TRUE(controller_->WaitForStdout("Closing connection from 127.0.0.1\n"));
-}
-
 TEST_F(LinkServer, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
   Start();
   TestClient client(port());
@@ -143,27 +131,20 @@ TEST_F(LinkServer, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
   memcpy(slots, reply.data(), sizeof slots);
   EXPECT_EQ(slots[0], KavriReplyGetLibAddresses);
   // The forked controller shares this program's addresses.
-  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot)
+  std::vector<std::string> names;
+  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot) {
     EXPECT_EQ(slots[slot], uint32_t(reinterpret_cast<uintptr_t>(kavri::kLibServices[slot - 1].address))) << slot;
+    names.push_back(kavri::kLibServices[slot - 1].name);
+  }
   EXPECT_EQ(slots[59], uint32_t(reinterpret_cast<uintptr_t>(&TextGrph_Update)));
   EXPECT_TRUE(controller_->WaitForStdout("Received get lib adresses command\n"));
-}
-
-TEST(AddressTable, SlotsAreAlphabeticalButForDisplaySetupAndAllDistinct) {
-  std::vector<std::string> names;
-  std::vector<void (*)()> addresses;
-  for (const kavri::LibService& service : kavri::kLibServices) {
-    names.push_back(service.name);
-    addresses.push_back(service.address);
-  }
-  EXPECT_EQ(names[6], "DisplaySetup");  // slot 7
+  // Alphabetical but for DisplaySetup in slot 7, and no two alike.
+  EXPECT_EQ(names[6], "DisplaySetup");
   names.erase(names.begin() + 6);
-  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
-  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
-  std::sort(addresses.begin(), addresses.end());
-  EXPECT_EQ(std::adjacent_find(addresses.begin(), addresses.end()), addresses.end());
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end(), std::greater_equal<>()), names.end());
   EXPECT_EQ(names.front(), "BluetoothGetSelfRadioCallNumber");
-  EXPECT_EQ(names.back(), "TextGrph_Update");
+  std::sort(slots + 1, slots + KAVRI_LIB_ADDRESS_SLOTS);
+  EXPECT_EQ(std::adjacent_find(slots + 1, slots + KAVRI_LIB_ADDRESS_SLOTS), slots + KAVRI_LIB_ADDRESS_SLOTS);
 }
 
 // Runs in the controller: online mode is on and its outputs are set; a
@@ -190,12 +171,94 @@ TEST_F(LinkServer, ClosingDuringOnlineModeTellsTheHostAndClearsTheOutputs) {
   EXPECT_TRUE(controller_->WaitForStdout("cleared 1, kept 1, online 1\n")) << controller_->Stdout();
 }
 
-TEST_F(LinkServer, SecondControllerOnTheSamePortEndsWithStatusOne) {
-  Start();
-  ControllerProcess twin({.port = port()});
-  EXPECT_EQ(twin.WaitForExit(), 1);
-  EXPECT_NE(twin.Stderr().find("ERROR calling bind. Do you try to run KavriApp or service twice?\n"),
-            std::string::npos);
+// Where the controller listens: every address by default, one address when
+// the host names it, and a clear refusal of anything that is not an address.
+struct ListenCase {
+  const char* bindAddress;
+  const char* listening;  // as the kernel shows it
+};
+
+TEST(ListenAddress, ServerListensOnTheHostsAddressOrOnAll) {
+  const ListenCase cases[] = {{nullptr, "00000000"}, {"", "00000000"}, {"127.0.0.1", "0100007F"}};
+  for (const ListenCase& c : cases) {
+    SCOPED_TRACE(c.bindAddress ? c.bindAddress : "(null)");
+    ControllerProcess controller({.beforeInit = [&c] { KavriBindAddress = c.bindAddress; }});
+    ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+    EXPECT_EQ(ListeningAddressHex(controller.port()), c.listening);
+    TestClient client(controller.port());
+    client.SendWord(KavriCmdQueryStatus);
+    EXPECT_EQ(client.Receive(sizeof(xoIF2013Reply_QueryStatus)).size(), sizeof(xoIF2013Reply_QueryStatus));
+  }
+}
+
+TEST(ListenAddress, NameThatIsNotAnAddressFailsInitWithoutListening) {
+  for (const char* bad : {"localhost", "127.0.0.256", "::1", "1.2.3"}) {
+    SCOPED_TRACE(bad);
+    ControllerProcess controller({.beforeInit = [bad] { KavriBindAddress = bad; }});
+    EXPECT_EQ(controller.WaitForExit(), 3);  // the child's code for a failed KavriLib_Init
+    EXPECT_EQ(controller.Stderr(), "ERROR bind address \"" + std::string(bad) +
+                                       "\" is not an IPv4 address such as 127.0.0.1\n");
+    EXPECT_FALSE(PortIsListening(controller.port()));
+  }
+}
+
+// The link reads ahead of the current command: commands sent back to back are
+// each answered, the code behind a download is the download's, and a command
+// in two pieces is still refused.
+using Bytes = std::vector<uint8_t>;
+
+template <typename Packet>
+Bytes operator+(Bytes bytes, const Packet& packet) {
+  const auto* first = reinterpret_cast<const uint8_t*>(&packet);
+  bytes.insert(bytes.end(), first, first + sizeof packet);
+  return bytes;
+}
+Bytes operator+(Bytes bytes, const Bytes& more) {
+  bytes.insert(bytes.end(), more.begin(), more.end());
+  return bytes;
+}
+
+TEST(LinkReadAhead, CommandsInOneWriteAreServedInTurnAndSplitOnesRefused) {
+  const xoIF2013Command_IoExchange exchange{KavriCmdIoExchange, {7}};
+  xoIF2013Command_UpdateConfig config{};  // longer than a read at a command's start takes
+  config.code = KavriCmdUpdateConfig;
+  config.configId = 42;
+  const xoIF2013Command_DownloadCode download{KavriCmdDownloadCode, 1, "r.bin", 40};
+  const Bytes stopOnline = Bytes{} + KavriCmdStopOnline, stopCode = Bytes{} + KavriCmdStopCode;
+  const struct {
+    const char* name;
+    Bytes sent;
+    std::vector<std::pair<uint32_t, size_t>> replies;  // code and size
+    const char* logged;
+    size_t refusedAfter = 0;  // bytes sent before the refusal, the rest after it
+  } cases[] = {
+      {"bare command, exchange", stopOnline + exchange, {{KavriReplyStopOnline, 4}, {KavriReplyIoExchange, 80}}, "IR"},
+      {"exchange, update config", Bytes{} + exchange + config, {{KavriReplyIoExchange, 80}, {KavriReplyUpdateConfig, 4}},
+       "id=42"},
+      {"bare command, download and its code", stopCode + download + Bytes(40, 0xE7),
+       {{KavriReplyStopCode, 4}, {KavriReplyDownloadCode, 4}}, "Received 40 bytes, total 40 bytes"},
+      {"exchange in two pieces", Bytes{} + exchange, {}, "", 24},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ControllerProcess controller;
+    ASSERT_TRUE(controller.WaitUntilListening()) << controller.Stderr();
+    TestClient pc(controller.port(), 10);
+    pc.Send(c.sent.data(), c.refusedAfter ? c.refusedAfter : c.sent.size());
+    if (c.refusedAfter) {
+      EXPECT_TRUE(controller.WaitForStderr("ERROR received illegal command packet (length<56)\n"));
+      pc.Send(c.sent.data() + c.refusedAfter, c.sent.size() - c.refusedAfter);
+      EXPECT_TRUE(pc.WaitForClose());
+      continue;
+    }
+    for (const auto& [code, size] : c.replies) {
+      Bytes reply = pc.Receive(size);
+      ASSERT_EQ(reply.size(), size) << controller.Stderr() << controller.Stdout();
+      EXPECT_EQ(memcmp(reply.data(), &code, sizeof code), 0);
+    }
+    EXPECT_TRUE(controller.WaitForStdout(c.logged)) << controller.Stdout();
+    EXPECT_EQ(controller.Stderr(), "");
+  }
 }
 
 }  // namespace

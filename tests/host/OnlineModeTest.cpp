@@ -185,40 +185,32 @@ TEST_F(OnlineCommand, UpdateConfigStoresTheIdsLowByteAndTheBlock) {
   }
 }
 
-TEST_F(OnlineCommand, StartOnlineClearsTheOutputsAndTellsTheHostTheFullName) {
-  FillArea();
-  xoIF2013Command_StartOnline command{KavriCmdStartOnline};
-  memset(command.programName, 'n', sizeof command.programName);  // no terminator
-  EXPECT_EQ(CallLinkHandler(kavri::HandleStartOnline, &command, sizeof command), ReplyCode(KavriReplyStartOnline));
-  EXPECT_TRUE(KavriLib_CheckOnlineProgramActive());
-  for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
-  EXPECT_EQ(Area()[KAVRI_TRANS_AREA_CLEAR_SIZE], uint8_t(KAVRI_TRANS_AREA_CLEAR_SIZE * 7 + 3));
-  ASSERT_EQ(heard.size(), 1u);
-  EXPECT_EQ(heard[0].name, std::string(64, 'n'));
-  EXPECT_EQ(heard[0].state, KavriProgramOnlineStarted);
-}
-
-TEST_F(OnlineCommand, StopOnlineClearsTheOutputsOnlyOnceThePcHasItsReply) {
-  const struct {
-    const char* name;
-    bool pcListens;
-  } cases[] = {{"reply written", true}, {"reply cannot be written", false}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+// Start clears the outputs and tells the host the full name; stop clears
+// them only once the PC has its reply.
+TEST_F(OnlineCommand, StartAndStopOnlineClearTheOutputsAndTellTheHost) {
+  for (bool pcListens : {true, false}) {
+    SCOPED_TRACE(pcListens ? "reply written" : "reply cannot be written");
     heard.clear();
-    OnlineModeActive = true;
+    FillArea();
+    xoIF2013Command_StartOnline start{KavriCmdStartOnline};
+    memset(start.programName, 'n', sizeof start.programName);  // no terminator
+    EXPECT_EQ(CallLinkHandler(kavri::HandleStartOnline, &start, sizeof start), ReplyCode(KavriReplyStartOnline));
+    EXPECT_TRUE(KavriLib_CheckOnlineProgramActive());
+    for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
+    EXPECT_EQ(Area()[KAVRI_TRANS_AREA_CLEAR_SIZE], uint8_t(KAVRI_TRANS_AREA_CLEAR_SIZE * 7 + 3));
     FillArea();
     std::vector<uint8_t> before(Area(), Area() + KAVRI_TRANS_AREA_SIZE);
-    xoIF2013Command_Base command{KavriCmdStopOnline};
+    xoIF2013Command_Base stop{KavriCmdStopOnline};
     bool accepted = false;
-    std::vector<uint8_t> reply = CallLinkHandler(kavri::HandleStopOnline, &command, sizeof command, &accepted,
-                                                 !c.pcListens);
-    EXPECT_EQ(accepted, c.pcListens);
+    std::vector<uint8_t> reply = CallLinkHandler(kavri::HandleStopOnline, &stop, sizeof stop, &accepted, !pcListens);
+    EXPECT_EQ(accepted, pcListens);
     EXPECT_FALSE(KavriLib_CheckOnlineProgramActive());
-    ASSERT_EQ(heard.size(), 1u);
-    EXPECT_EQ(heard[0].name, "(null)");
-    EXPECT_EQ(heard[0].state, KavriProgramOnlineStopped);
-    if (c.pcListens) {
+    ASSERT_EQ(heard.size(), 2u);
+    EXPECT_EQ(heard[0].name, std::string(64, 'n'));
+    EXPECT_EQ(heard[0].state, KavriProgramOnlineStarted);
+    EXPECT_EQ(heard[1].name, "(null)");
+    EXPECT_EQ(heard[1].state, KavriProgramOnlineStopped);
+    if (pcListens) {
       EXPECT_EQ(reply, ReplyCode(KavriReplyStopOnline));
       for (int offset = 0; offset < KAVRI_TRANS_AREA_CLEAR_SIZE; ++offset) ASSERT_EQ(Area()[offset], 0) << offset;
     } else {

@@ -13,13 +13,6 @@ namespace {
 std::atomic<int> callbackCalls{0};
 std::atomic<int> callsBeforeEnd{0};
 
-bool CountingCallback(shm_if_s* area, int index) {
-  EXPECT_EQ(area, MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX));
-  EXPECT_EQ(index, KAVRI_TRANS_AREA_INDEX);
-  callbackCalls.fetch_add(1);
-  return true;
-}
-
 bool EndingCallback(shm_if_s*, int) { return callbackCalls.fetch_add(1) + 1 < callsBeforeEnd.load(); }
 
 bool SelfStoppingCallback(shm_if_s*, int) {
@@ -37,20 +30,6 @@ class MotorIOLib : public ::testing::Test {
   }
   shm_if_s* area = MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX);
 };
-
-TEST_F(MotorIOLib, CycleThreadCallsTheCallbackUntilStopped) {
-  MotorIOLib_SetCallbackIO(CountingCallback);
-  uint32_t cyclesBefore = MotorIOLibSim_CycleCount();
-  MotorIOLib_StartThreads();
-  EXPECT_TRUE(MotorIOLib_ThreadIsRunning());
-  EXPECT_TRUE(WaitFor([] { return callbackCalls >= 20; }));
-  MotorIOLib_StopThreads();
-  EXPECT_FALSE(MotorIOLib_ThreadIsRunning());
-  int callsAtStop = callbackCalls;
-  EXPECT_GE(MotorIOLibSim_CycleCount() - cyclesBefore, static_cast<uint32_t>(callsAtStop));
-  MotorIOLib_StopThreads();  // stopping again is harmless
-  EXPECT_EQ(callbackCalls, callsAtStop);
-}
 
 TEST_F(MotorIOLib, CallbackThatReportsTheEndIsNotCalledAgain) {
   callsBeforeEnd = 3;

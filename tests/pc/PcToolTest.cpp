@@ -82,17 +82,12 @@ TEST(PcTool, CommandLineMistakesExitWith2AndHelpWith0) {
     int exitCode;
     const char* message;  // in standard error for mistakes, in standard output for help
   } cases[] = {
-      {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
-      {{}, 2, "subcommand is required"},
-      {{"--port", "65536", "status"}, 2, "--port"},
-      {{"--port", "0", "status"}, 2, "--port"},
-      {{"--port", "80x", "status"}, 2, "not a whole number"},
-      {{"--port", " 80", "status"}, 2, "not a whole number"},
+      {{"frobnicate"}, 2, "unknown command 'frobnicate'"}, {{}, 2, "subcommand is required"},
+      {{"--port", "65536", "status"}, 2, "--port"},        {{"--port", "0", "status"}, 2, "--port"},
+      {{"--port", "80x", "status"}, 2, "not a whole number"}, {{"--port", " 80", "status"}, 2, "not a whole number"},
       {{"--port", "99999999999999999999", "status"}, 2, "not a whole number"},
-      {{"--timeout", "0", "status"}, 2, "--timeout"},
-      {{"status", "extra"}, 2, "extra"},
-      {{"--help"}, 0, "layout"},
-      {{"status", "--help"}, 0, "controller type and system version"},
+      {{"--timeout", "0", "status"}, 2, "--timeout"},      {{"status", "extra"}, 2, "extra"},
+      {{"--help"}, 0, "layout"}, {{"status", "--help"}, 0, "controller type and system version"},
   };
   for (const auto& c : cases) {
     std::string line;

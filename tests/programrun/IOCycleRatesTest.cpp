@@ -5,6 +5,7 @@
 #include <sys/time.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "DebugFlagBits.h"
@@ -24,14 +25,6 @@ uint32_t NowMs() {
   timeval now{};
   gettimeofday(&now, nullptr);
   return static_cast<uint32_t>(now.tv_sec) * 1000u + static_cast<uint32_t>(now.tv_usec / 1000);
-}
-
-std::string ReadAndClose(FILE* file) {
-  rewind(file);
-  std::string text;
-  for (int c; (c = fgetc(file)) != EOF;) text += static_cast<char>(c);
-  fclose(file);
-  return text;
 }
 
 struct RatesCase {
@@ -59,7 +52,9 @@ TEST(IOCycleRates, RatesLineIsPrintedOncePerSecondUnderBit0) {
   ProgThreadTerminate = false;
   for (const RatesCase& c : cases) {
     SCOPED_TRACE(c.what);
-    FILE* debug = tmpfile();
+    char* text = nullptr;
+    size_t length = 0;
+    FILE* debug = open_memstream(&text, &length);
     ASSERT_NE(debug, nullptr);
     DebugFile = debug;
     DebugFlags = c.flags;
@@ -69,7 +64,9 @@ TEST(IOCycleRates, RatesLineIsPrintedOncePerSecondUnderBit0) {
     for (int cycle = 0; cycle < c.cycles; ++cycle) EXPECT_TRUE(KavriDownloadIOCallback(nullptr, 9));
     DebugFlags = 0;
     DebugFile = stdout;
-    EXPECT_EQ(ReadAndClose(debug), c.lines);
+    fclose(debug);
+    EXPECT_EQ(std::string(text, length), c.lines);
+    free(text);
     EXPECT_EQ(static_cast<uint32_t>(RateLastTime.load()) - start, c.advancedMs);
     EXPECT_EQ(RateIOSecond, c.ioCountAfter);
   }

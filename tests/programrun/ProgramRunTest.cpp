@@ -144,9 +144,11 @@ TEST_F(ProgramRun, ExitCodeEndsTheProgramAndDownloadMode) {
   size_t running = WaitForLine("monitor io=1 prog=1");
   ASSERT_NE(running, std::string::npos) << controller_->Stdout();
   std::vector<int32_t> report = WaitForReport();
-  ASSERT_EQ(report.size(), 3u);
+  ASSERT_EQ(report.size(), 5u);
   EXPECT_GE(report[0], 25) << "slices run";
   EXPECT_EQ(report[1] | report[2], 0) << "32- and 64-bit division by zero give 0";
+  EXPECT_GT(report[3], 12) << "image size";
+  EXPECT_EQ(report[4], 0) << "words behind the code that are not the prefill";
   size_t ended = WaitForLine("Program terminated with code 42\n", running);
   ASSERT_NE(ended, std::string::npos) << controller_->Stdout();
   EXPECT_NE(WaitForLine("Program thread terminated with code 0\n", ended), std::string::npos);
@@ -158,48 +160,22 @@ TEST_F(ProgramRun, ExitCodeEndsTheProgramAndDownloadMode) {
                                                     "state=7 name=(null)"}));
 }
 
-// The same code linked into the test gives the reference results.
+// Every slot once, stubs included: the same code linked into the test gives
+// the reference results, results[slot - 1], and some are worked by hand.
 TEST_F(ProgramRun, ServicesAnswerAsTheLibraryDoesInProcess) {
-  struct Case {
-    std::vector<std::string> sources;
-    void (*inProcess)(shm_if_s*, int32_t*);
-    size_t results;
-    std::vector<std::pair<int, int32_t>> documented;  // result index, value
-    int drawn;  // result that counts dark pixels drawn, or the display's output
-  } cases[] = {
-      {{"Fl48Text.c", "Fl48TextMain.c"}, DrawFl48Text, FL48_TEXT_RESULTS,
-       {{6, 10}, {7, -6}, {8, 1}, {9, 0}, {10, 1}}, 11},
-      // Every slot once, stubs included: results[slot - 1].
-      {{"AllServices.c", "AllServicesMain.c"}, CallAllServices, ALL_SERVICES_RESULTS,
-       {{0, 1}, {2, 1}, {7, 0}, {17, 25}, {24, 1}, {25, 0}, {26, 1}, {27, 1}, {28, 0}, {29, 1}, {39, 1}, {41, 1},
-        {42, 0}, {54, 0}}, -1},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.sources[0]);
-    size_t from = controller_->Stdout().size();
-    Run(c.sources);
-    std::vector<int32_t> fromProgram = WaitForReport(from), inProcess(c.results);
-    ASSERT_EQ(fromProgram.size(), c.results) << controller_->Stdout() << controller_->Stderr();
-    c.inProcess(Area(), inProcess.data());
-    if (c.results == ALL_SERVICES_RESULTS) {
-      // The update answer depends on whether the display took the last frame.
-      EXPECT_TRUE(fromProgram[58] == 0 || fromProgram[58] == 1);
-      fromProgram[58] = inProcess[58];
-    }
-    EXPECT_EQ(fromProgram, inProcess);
-    for (auto [index, value] : c.documented) EXPECT_EQ(fromProgram[index], value) << "result " << index;
-    std::string out = controller_->Stdout();
-    EXPECT_TRUE(c.drawn >= 0 ? fromProgram[c.drawn] != 0 : out.find("Displaydata=") != std::string::npos);
-  }
-}
-
-TEST_F(ProgramRun, CodeIsSurroundedByThePrefill) {
-  Run({"Prefill.c"});
-  std::vector<int32_t> report = WaitForReport();
-  ASSERT_EQ(report.size(), 3u) << controller_->Stdout() << controller_->Stderr();
-  EXPECT_GT(report[0], 12);
-  EXPECT_EQ(report[1], 0) << "words between the code and 2 MiB that are not breakpoints";
-  EXPECT_EQ(report[2], 0) << "words above 2 MiB that are not zero";
+  Run({"AllServices.c", "AllServicesMain.c"});
+  std::vector<int32_t> fromProgram = WaitForReport(), inProcess(ALL_SERVICES_RESULTS);
+  ASSERT_EQ(fromProgram.size(), inProcess.size()) << controller_->Stdout() << controller_->Stderr();
+  CallAllServices(Area(), inProcess.data());
+  // The update answer depends on whether the display took the last frame.
+  EXPECT_TRUE(fromProgram[58] == 0 || fromProgram[58] == 1);
+  fromProgram[58] = inProcess[58];
+  EXPECT_EQ(fromProgram, inProcess);
+  const std::pair<int, int32_t> documented[] = {{0, 1},  {2, 1},  {7, 0},  {17, 25}, {24, 1}, {25, 0}, {26, 1},
+                                                {27, 1}, {28, 0}, {29, 1}, {39, 1},  {41, 1}, {42, 0}, {54, 0},
+                                                {59, -25}};
+  for (auto [index, value] : documented) EXPECT_EQ(fromProgram[index], value) << "result " << index;
+  EXPECT_TRUE(WaitForLine("Displaydata=") != std::string::npos);
 }
 
 // Start code before any download, a flash file started by the host, stop

@@ -95,6 +95,8 @@ void CallAllServices(shm_if_s* area, int32_t r[ALL_SERVICES_RESULTS]) {
   r[16] = High(&x);
   x = Ratio(99, 4);
   r[17] = FL48_ConvToShort(&x, FL48_ROUND_NEAREST);
+  FL48 down = Ratio(-99, 4);
+  r[59] = FL48_ConvToShort(&down, FL48_ROUND_DOWN);
   uint32_t text[1 + 8] = {0x55};
   FL48_ConvToTextRP(&x, FL_FORMAT_FIXED(8, 2), text);
   r[18] = (int32_t)(text[0] + text[1] * 7 + text[4] * 11 + text[8] * 13); /* "   24.75": 0x55 left alone */

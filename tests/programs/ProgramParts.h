@@ -14,13 +14,9 @@ extern "C" {
 
 struct shm_if_s;
 
-#define FL48_TEXT_RESULTS 13
-/* FL48 arithmetic printed with text graphics into the area's display. */
-void DrawFl48Text(struct shm_if_s* area, int32_t results[FL48_TEXT_RESULTS]);
-
 /* One call of every service, in slot order; results[slot - 1] is what that
- * call answered or left behind. */
-#define ALL_SERVICES_RESULTS 59
+ * call answered or left behind, and the last a conversion rounding down. */
+#define ALL_SERVICES_RESULTS 60
 void CallAllServices(struct shm_if_s* area, int32_t results[ALL_SERVICES_RESULTS]);
 
 /* Reports: int32 values in the transfer area from byte 1032 on, announced by
