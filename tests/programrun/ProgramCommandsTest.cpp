@@ -137,8 +137,9 @@ TEST_F(ProgramCommands, LibtableNamesEverySlot) {
 }
 
 TEST_F(ProgramCommands, RefusalsNameTheirReasonAndExitCode) {
-  std::string big = image_ + ".big";
+  std::string big = image_ + ".big", full = image_ + ".full";
   std::ofstream(big, std::ios::binary).seekp(0x400000).put(1);
+  std::ofstream(full, std::ios::binary).seekp(0x3fffff).put(1);
   struct Case {
     std::vector<std::string> words;
     int exitCode;
@@ -148,6 +149,9 @@ TEST_F(ProgramCommands, RefusalsNameTheirReasonAndExitCode) {
       {{"download", image_ + ".none"}, 1, "cannot open the image", false},
       {{"download", big}, 1, "more than the 4 MiB run area", false},
       {{"download", image_, "--name", std::string(67, 'n')}, 2, "at most 66 characters", false},
+      // At the limits nothing is refused: the tool goes on to connect.
+      {{"download", full}, 1, "cannot connect to the controller", false},
+      {{"download", image_, "--name", std::string(66, 'n')}, 1, "cannot connect to the controller", false},
       {{"start"}, 1, "holds no downloaded program", true},
   };
   for (const Case& c : cases) {
@@ -166,6 +170,7 @@ TEST_F(ProgramCommands, RefusalsNameTheirReasonAndExitCode) {
     EXPECT_TRUE(Contains(run.err, c.message)) << run.err;
   }
   unlink(big.c_str());
+  unlink(full.c_str());
 }
 
 }  // namespace
