@@ -127,6 +127,7 @@ TEST_F(TextGraphics, CursorMovesAndClearsStayWithinTheirBounds) {
       {"line feed on the last line", 40, 56, TextGrph_Linefeed, 40, 56, 0},
       {"backspace clears the cell it moves to", 19, 16, TextGrph_Backspace, 11, 16, 8 * 8},
       {"backspace in the first cell", 7, 8, TextGrph_Backspace, 7, 8, 0},
+      {"backspace from the second cell", 8, 8, TextGrph_Backspace, 0, 8, 8 * 8},
       {"goto inside", 0, 0, [] { TextGrph_GotoXY(127, 63); }, 127, 63, 0},
       {"goto right of the buffer", 5, 6, [] { TextGrph_GotoXY(128, 0); }, 5, 6, 0},
       {"goto below the buffer", 5, 6, [] { TextGrph_GotoXY(0, 64); }, 5, 6, 0},
