@@ -19,7 +19,7 @@ SDL_Rect OnScreen(int x, int y, int w, int h) { return SDL_Rect{x * 15 >> 3, kPa
 TEST_F(DisplayTest, BuildsOnePageWindowPerPageWithConvertedRectangles) {
   ProgramVars a, b, c;
   list.Button(0, 8, 4, 32, 8, "Go", a);
-  list.Slider(2, -8, 10, 20, 40, 0, 9, 3, b);  // w <= h: vertical
+  list.Slider(2, -8, 10, 20, 20, 0, 9, 3, b);  // w <= h, square included: vertical
   list.Slider(0, 0, 30, 64, 10, 0, 9, 3, c);
   list.Add<DisplayWidgetBase>(17, 1, 0, 0, 5, 5);  // unknown type: passed over
   list.Rect(1, 1, 2, 3, 4);
@@ -29,7 +29,7 @@ TEST_F(DisplayTest, BuildsOnePageWindowPerPageWithConvertedRectangles) {
   const struct { int page; size_t child; int type; SDL_Rect rect; } cases[] = {
       {0, 0, WinTypeButton, OnScreen(8, 4, 32, 8)},
       {0, 1, WinTypeHSlider, OnScreen(0, 30, 64, 10)},
-      {2, 0, WinTypeVSlider, SDL_Rect{-15, kPageTop + 40, 37, 160}},
+      {2, 0, WinTypeVSlider, SDL_Rect{-15, kPageTop + 40, 37, 80}},
       {1, 0, WinTypeStaticRect, OnScreen(1, 2, 3, 4)},
   };
   for (const auto& c : cases) {
