@@ -49,6 +49,16 @@ TEST(ColourFieldTest, MeasuresTheAlignedRectangleInsideTheFrame) {
     EXPECT_EQ(std::vector<int>({out.a, out.b, out.c, out.d}), c.results) << c.name;
     EXPECT_EQ(warned, strstr(c.name, "warned") != nullptr) << c.name;
   }
+  // A program may move x to an odd column after Init: the walk still starts at a pair.
+  YuyvCanvas frame(kWidth, kHeight, kBlack);
+  frame.Fill(2, 0, 4, kHeight, {81, 90, 240});
+  Results out;
+  CameraAnalysisColorField field = ColourField(2, 0, 4, 8, out);
+  CameraInitAnalysis(&field.base, kWidth, kHeight);
+  field.x = 3;
+  CameraRunAnalysis(&field.base, frame.data(), frame.data(), nullptr, 0);
+  CameraUninitAnalysis(&field.base);
+  EXPECT_EQ(std::vector<int>({out.a, out.b, out.c, out.d}), std::vector<int>({31, 81, 11, 1}));
 }
 
 // Pixel x starts at byte 2x, luminance for an odd x too: a change of pixel
