@@ -71,12 +71,17 @@ TEST(FL48Extended, WidensWithZeroAndRoundsTheExtraWordBack) {
       {{0x6001, {0x8000, 0x0001, 0x8000}}, Make(0x6001, 0x80000002)},  // half rounds up, flag kept
       {{0xA001, {0xFFFF, 0xFFFF, 0x8000}}, Make(0xA002, 0x80000000)},  // carry raises the exponent
       {{uint16_t(0x4000 | FL48_EXP_MAX), {0xFFFF, 0xFFFF, 0xC000}}, Make(FL48_CODE_OVERFLOW, 0x80000000)},
+      {{uint16_t(0x6000 | (FL48_EXP_MAX - 1)), {0xFFFF, 0xFFFF, 0x8000}}, Make(0x6000 | FL48_EXP_MAX, 0x80000000)},
   };
   for (const auto& c : cases) {
     FL48 got;
     FL48_ConvFromExtended(&got, &c.in);
     EXPECT_TRUE(SameWords(got, c.want)) << Describe(c.in) << " -> " << Describe(got);
   }
+  // The same step after a carry whose shift drops a 1: the result is no longer exact.
+  FL48 carried = Make(0x6001, 0xC0000001);
+  FL48_INT_MantissaShiftRightOneAdjustExactAdjustExponent(&carried);
+  EXPECT_TRUE(SameWords(carried, Make(0x2002, 0xE0000000))) << Describe(carried);
 }
 
 TEST(FL48Normalize, ShiftsOutLeadingZerosAndLowersTheExponent) {
