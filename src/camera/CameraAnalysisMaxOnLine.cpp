@@ -53,8 +53,6 @@ KAVRI_CAMERA_INLINE void WindowMinimums(const int32_t* in, int64_t places, int32
   for (int64_t j = 0; j < places; ++j) out[j] = std::min(out[j], out[j + shift]);
 }
 
-// A channel's five-sample sum at i after the channel balance; only the
-// colour check asks, at one place per candidate.
 // Places of the search looked at together for candidates.
 constexpr int kPlaces = 256;
 
@@ -91,6 +89,8 @@ KAVRI_CAMERA_INLINE void ForCandidates(const int32_t* eroded, const int32_t* flo
   }
 }
 
+// A channel's five-sample sum at i after the channel balance; only the
+// colour check asks, at one place per candidate.
 int32_t BalancedSum(const int32_t* channel, int64_t i, int32_t gain) {
   int32_t sum = 0;
   for (int t = 0; t < 5; ++t) sum += (channel[i + t] * gain) >> 8;
