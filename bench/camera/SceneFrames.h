@@ -25,8 +25,9 @@ inline double ThreadSeconds() {
   return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
-inline std::vector<unsigned char> DecodedImage(const std::vector<uint8_t>& jpeg) {
-  std::vector<unsigned char> image(CameraDecodedAllocation(kWidth, kHeight));
+inline std::vector<unsigned char> DecodedImage(const std::vector<uint8_t>& jpeg, int width = kWidth,
+                                               int height = kHeight) {
+  std::vector<unsigned char> image(CameraDecodedAllocation(width, height));
   xoProJpegDec(const_cast<uint8_t*>(jpeg.data()), int(jpeg.size()), image.data(), int(image.size()));
   return image;
 }
@@ -34,23 +35,24 @@ inline std::vector<unsigned char> DecodedImage(const std::vector<uint8_t>& jpeg)
 // Sensor grain (luma +-8, chroma +-4, the same for every frame number so that
 // change detection sees the scene move, not the noise) and a brightness fall
 // towards the corners, re-encoded as the camera would.
-inline std::vector<uint8_t> CameraLike(const std::vector<uint8_t>& jpeg) {
-  std::vector<unsigned char> image = DecodedImage(jpeg);
+inline std::vector<uint8_t> CameraLike(const std::vector<uint8_t>& jpeg, int width = kWidth,
+                                       int height = kHeight) {
+  std::vector<unsigned char> image = DecodedImage(jpeg, width, height);
   uint32_t state = 12345;
   auto grain = [&state](int spread) {
     state = state * 1103515245u + 12345u;
     return int((state >> 16) % uint32_t(2 * spread + 1)) - spread;
   };
-  for (int row = 0; row < kHeight; ++row) {
-    for (int column = 0; column < kWidth; ++column) {
-      unsigned char* pixel = &image[(size_t(row) * kWidth + column) * 2];
-      int dx = column - kWidth / 2, dy = row - kHeight / 2;
-      int shade = (dx * dx + dy * dy) * 30 / (kWidth * kWidth / 4 + kHeight * kHeight / 4);
+  for (int row = 0; row < height; ++row) {
+    for (int column = 0; column < width; ++column) {
+      unsigned char* pixel = &image[(size_t(row) * width + column) * 2];
+      int dx = column - width / 2, dy = row - height / 2;
+      int shade = (dx * dx + dy * dy) * 30 / (width * width / 4 + height * height / 4);
       pixel[0] = uint8_t(std::clamp(pixel[0] - shade + grain(8), 0, 255));
       pixel[1] = uint8_t(std::clamp(pixel[1] + grain(4), 0, 255));
     }
   }
-  return camera_devices::EncodeYuyvJpeg(image.data(), kWidth, kHeight, 85);
+  return camera_devices::EncodeYuyvJpeg(image.data(), width, height, 85);
 }
 
 // kind 0: the scene as rendered; 1: as a camera would see it. jpeg receives
