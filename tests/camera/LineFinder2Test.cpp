@@ -79,6 +79,14 @@ TEST_F(LineFinder2, ReportsTheFirstLineAsTheRulesSay) {
        [](auto& r) { r.color = r.bright = r.whiteBalance = 1; }, 1, 45, 10, 199 * 100 >> 8, 156, 156, 156, 156},
       {"dark colour comes out positive", Striped(128, 32, 200, 40, 50, Grey(40)), [](auto& r) { r.color = 1; }, 1, 45,
        10, 159 * 100 >> 8, 15, 15, 15, 15},
+      // 24 samples, width 10 only: centres 10 and 12 are measured as a pair,
+      // 14 alone. Only 14 fits the line (1800); 12 gives 1080, below 50 %
+      // (128 x 10).
+      {"a lone last centre", dark(9, 19),
+       [](auto& r) {
+         r.color = 1, r.refine = 0, r.endX = r.rangeMax = 24, r.widthMin = r.widthMax = 10, r.threshold = 50;
+       },
+       1, 14, 10, 69, 15, 15, 15, 15},
       // (195, 126, 150), grey 149: green stands out most, by 74.
       {"reddish", Striped(128, 32, 200, 40, 50, {150, 128, 168}), [](auto& r) { r.color = 1; }, 1, 45, 10,
        73 * 100 >> 8, 58, 76, 49, 58},

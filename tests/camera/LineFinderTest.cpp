@@ -62,6 +62,14 @@ TEST_F(LineFinder, FindsWhatTheRulesSay) {
       {"a line touching the end stops at N - 4", With(20, 25, 50).Columns(25, 40, Grey(80)),
        [](auto& r) { r.endX = 30, r.widthMax = 8, r.peakThreshold = r.contrastThreshold = 0; }, {1000, 149, 8}},
       {"a stripe wider than width max is none", With(40, 70, 50), {}, {0, 0, 0}},
+      // 400 samples, places counted from h = 5 in runs of 256: the winning
+      // k = x0 + 1 is the last place of the first run, then the first of the
+      // second. Edges x0 - 4 and x0 + 10, 381 places: position (x0 - 2) x 2000
+      // / 381 - 1000.
+      {"a peak at the last place of a run", StripeFrame(400, 32, Grey(200)).Columns(259, 269, Grey(50)),
+       [](auto& r) { r.endX = 400; }, {349, 6063, 14}},
+      {"a peak at the first place of the next", StripeFrame(400, 32, Grey(200)).Columns(260, 270, Grey(50)),
+       [](auto& r) { r.endX = 400; }, {354, 6063, 14}},
   };
   for (const auto& [name, frame, tweak, expected] : cases) EXPECT_EQ(RunFinder(frame, tweak), expected) << name;
   std::string debug;
