@@ -1,23 +1,29 @@
-// Download, flash files, start and stop, in process: the command handlers
-// talk to a PC on a socket pair, and programs are native functions behind
-// the run area's entry.
+// Download, flash files, start and stop, and the I/O cycle that runs the
+// program, in process: the command handlers talk to a PC on a socket pair,
+// and programs are native functions behind the run area's entry.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <thread>
 
 #include "ControllerProcess.h"
+#include "DebugFlagBits.h"
 #include "ProgramImage.h"
 #include "host/DownloadMode.h"
 #include "host/KavriServer.h"
 #include "kavri/Camera.h"
 #include "kavri/MotorIOLib.h"
+
+extern "C" int DebugFlags;
+extern "C" FILE* DebugFile;
 
 namespace {
 
@@ -168,7 +174,6 @@ TEST_F(Programs, FlashFileIsWrittenOnlyAsAPlainNameInsideTheLibrary) {
       {longest, false, {longest}, "Writing flash file "},  // no terminating zero in the field
       {"blink", true, {}, ""},
       {"../escaped", false, {}, "ERROR flash file name \"../escaped\" is not a plain file name, no flash file written\n"},
-      {"sub/blink", false, {}, "is not a plain file name"},
       {"..", false, {}, "is not a plain file name"},
       {".", false, {}, "is not a plain file name"},
       {"", false, {}, "ERROR flash file name \"\" is not a plain file name"},
@@ -235,6 +240,8 @@ TEST_F(Programs, StartCodeRunsTheLastDownloadFromTheIoCycleUntilStopped) {
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(entryCalls, callsAtStop);
   EXPECT_EQ(heard, (Heard{{"null", 4}, {"counter", 2}, {"null", 4}, {"null", 7}}));
+  ASSERT_TRUE(Run(kavri::HandleStartCode));  // a stop leaves the download startable
+  EXPECT_EQ(Reply(8), (std::vector<uint32_t>{KavriReplyStartCode, 1}));
 }
 
 TEST_F(Programs, StopFailsWhileTheCameraThreadDoesNotEnd) {
@@ -253,8 +260,10 @@ TEST_F(Programs, SliceThatNeverReturnsKeepsTheRunAreaFromBeingReplaced) {
   ASSERT_TRUE(WaitFor([] { return entryCalls == 1; }));
   testing::internal::CaptureStderr();
   EXPECT_FALSE(Run(kavri::HandleStartCode));
+  EXPECT_FALSE(Run(kavri::HandleStopCode));
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               HasSubstr("ERROR I/O threads did not stop: a program time slice does not return\n"));
+  EXPECT_TRUE(Reply(8).empty());
   EXPECT_EQ(KavriLib_StartRamProgram() + KavriLib_StartDownloadProgram((library_ / "stuck").c_str()), 0);
   holdSlice = false;
   EXPECT_TRUE(WaitFor([] { return !MotorIOLib_ThreadIsRunning(); }));
@@ -301,6 +310,162 @@ TEST(CommandExtension, ShortOneIsRefusedWithTheBufferZeroed) {
   EXPECT_EQ(command.code, KavriCmdDownloadCode);
   EXPECT_EQ(command.codeSize, 0u);
   close(fds[0]);
+}
+
+// A program that ends, returns something that is not "call again", or is
+// stopped, at any slice of any cycle: it is never entered again, download
+// mode winds down completely, and the next program starts.
+std::atomic<int> calls{0};
+std::atomic<int> endAtCall{0};  // 0: never ends on its own
+std::atomic<int32_t> endValue{0};
+std::atomic<int> holdAtCall{0};  // that call does not return until released
+std::atomic<bool> released{false};
+
+int32_t Entry() {
+  int call = calls.fetch_add(1) + 1;
+  if (call == holdAtCall.load()) WaitFor([] { return released.load(); });
+  return call == endAtCall.load() ? endValue.load() : kavri::kCallAgain;
+}
+
+bool DownloadModeOver() {
+  return WaitFor([] { return !kavri::ProgThreadAlive && !ProgThreadRunning && !MotorIOLib_ThreadIsRunning(); });
+}
+
+enum class Fault { Ends, Stopped };
+
+struct ProgramCase {
+  const char* name;
+  Fault fault;
+  int cycle, slice;  // where, counted from 1
+  int32_t value;     // what the entry returns there, if it ends
+};
+
+class ProgramFaults : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    MakeRunAreaExecutable();
+    InstallEntry(Entry);
+  }
+  void TearDown() override {
+    released = true;
+    EXPECT_TRUE(WaitFor([] { return StopThreadsDownloadMode(true) == 1; }));
+    EXPECT_TRUE(DownloadModeOver());
+  }
+  static void Reset() {
+    calls = endAtCall = holdAtCall = 0;
+    released = false;
+    CameraThreadTerminate = false;
+  }
+};
+
+TEST_F(ProgramFaults, ProgramEndingOrStoppedAtAnySliceIsNeverEnteredAgain) {
+  const ProgramCase cases[] = {
+      {"exit 0 in the first slice", Fault::Ends, 1, 1, 0},
+      {"exit 3 in the last slice of a cycle", Fault::Ends, 1, 10, 3},
+      {"call again but one", Fault::Ends, 2, 5, 0x7FFE},
+      {"call again in the high half too", Fault::Ends, 3, 1, 0x17FFF},
+      {"call again negated", Fault::Ends, 2, 10, -0x7FFF},
+      {"most negative", Fault::Ends, 4, 7, INT32_MIN},
+      {"stopped in the first slice", Fault::Stopped, 1, 1, 0},
+      {"stopped in a middle slice", Fault::Stopped, 2, 5, 0},
+      {"stopped in the last slice", Fault::Stopped, 3, 10, 0},
+  };
+  for (const ProgramCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    Reset();
+    const int at = (c.cycle - 1) * kavri::kSlicesPerCycle + c.slice;
+    int expectedCalls = at;
+    testing::internal::CaptureStdout();
+    if (c.fault == Fault::Ends) {
+      endAtCall = at;
+      endValue = c.value;
+      ASSERT_EQ(StartThreadsDownloadMode(), 1);
+    } else {
+      holdAtCall = at;
+      ASSERT_EQ(StartThreadsDownloadMode(), 1);
+      ASSERT_TRUE(WaitFor([at] { return calls >= at; }));
+      // The host's abort, from its own thread, while the slice runs; the
+      // cycle it is in is finished, no further one begins.
+      std::atomic<int> stopped{-1};
+      std::thread host([&stopped] { stopped = KavriLib_AbortDownloadProgram(); });
+      EXPECT_TRUE(WaitFor([] { return ProgThreadTerminate.load(); }));
+      released = true;
+      host.join();
+      EXPECT_EQ(stopped, 1);
+      expectedCalls = c.cycle * kavri::kSlicesPerCycle;
+    }
+    EXPECT_TRUE(DownloadModeOver());
+    std::string printed = testing::internal::GetCapturedStdout();
+    const std::string ended = "Program terminated with code " + std::to_string(c.value) + "\n";
+    EXPECT_EQ(printed.find(ended) != std::string::npos, c.fault == Fault::Ends) << printed;
+    EXPECT_NE(printed.find("Program thread terminated with code 0\n"), std::string::npos) << printed;
+    EXPECT_TRUE(CameraThreadTerminate.load());
+    EXPECT_EQ(calls, expectedCalls);
+    // An I/O library that calls once more after the end still finds no program.
+    EXPECT_FALSE(KavriDownloadIOCallback(nullptr, KAVRI_TRANS_AREA_INDEX));
+    EXPECT_EQ(calls, expectedCalls);
+
+    // The next program starts and runs as if nothing had happened.
+    Reset();
+    ASSERT_EQ(StartThreadsDownloadMode(), 1);
+    EXPECT_TRUE(WaitFor([] { return calls >= 2 * kavri::kSlicesPerCycle; }));
+    EXPECT_EQ(KavriLib_AbortDownloadProgram(), 1);
+    EXPECT_TRUE(DownloadModeOver());
+  }
+}
+
+// The wall clock as the controller counts it: milliseconds, wrapping at 32 bits.
+uint32_t NowMs() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  return static_cast<uint32_t>(now.tv_sec) * 1000u + static_cast<uint32_t>(now.tv_usec / 1000);
+}
+
+// The once-a-second rates line of the I/O cycle: what it prints into the
+// debug file, when, and how the counters and the start of the second move.
+struct RatesCase {
+  const char* what;
+  int flags;
+  uint32_t behindMs;  // how far the current second started in the past
+  int cycles;
+  std::string lines;
+  uint32_t advancedMs;  // how far the start of the second moved
+  int32_t ioCountAfter;
+};
+
+TEST(IOCycleRates, RatesLineIsPrintedOncePerSecondUnderBit0) {
+  const std::string first = "7 IOs/s, 2 trans/s, 3 frames/s, 4 frames/s requested\n";
+  const std::string caughtUp = "1 IOs/s, 0 trans/s, 0 frames/s, 0 frames/s requested\n";
+  const RatesCase cases[] = {
+      {"other bits only: silent, the counters grow", ~debugflag::kRates & 0x1FF, 5000, 3, "", 0, 9},
+      {"second not over yet", debugflag::kRates, 0, 2, "", 0, 8},
+      {"a second over: one line, counters reset", debugflag::kRates, 1000, 2, first, 1000, 1},
+      {"late: one line per cycle until caught up", debugflag::kRates, 3100, 4,
+       first + caughtUp + caughtUp, 3000, 1},
+  };
+  MakeRunAreaExecutable();
+  InstallEntry(CountingEntry);
+  ProgThreadTerminate = false;
+  for (const RatesCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    char* text = nullptr;
+    size_t length = 0;
+    FILE* debug = open_memstream(&text, &length);
+    ASSERT_NE(debug, nullptr);
+    DebugFile = debug;
+    DebugFlags = c.flags;
+    RateIOSecond = 6, RateTransferSecond = 2, CameraFrameCountSecond = 3, CameraFrameRequestCountSecond = 4;
+    uint32_t start = NowMs() - c.behindMs;
+    RateLastTime = static_cast<int32_t>(start);
+    for (int cycle = 0; cycle < c.cycles; ++cycle) EXPECT_TRUE(KavriDownloadIOCallback(nullptr, 9));
+    DebugFlags = 0;
+    DebugFile = stdout;
+    fclose(debug);
+    EXPECT_EQ(std::string(text, length), c.lines);
+    free(text);
+    EXPECT_EQ(static_cast<uint32_t>(RateLastTime.load()) - start, c.advancedMs);
+    EXPECT_EQ(RateIOSecond, c.ioCountAfter);
+  }
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include "HostOptions.h"
 #include "Listening.h"
-#include "LoopbackPort.h"
+#include "TestClient.h"
 
 namespace {
 
@@ -62,9 +62,9 @@ TEST(HostOptions, MistakesExitWith2AndHelpWith0) {
 // kavri-host announces the PC link only once the port really listens: a
 // bound socket is not enough, and another port is not this one.
 TEST(HostListening, OnlyAListeningSocketOnThePortCounts) {
-  int port = 0;
-  int fd = BindLoopbackPort(port);
+  int fd = BindLoopback(0);
   ASSERT_GE(fd, 0);
+  int port = BoundPort(fd);
 
   EXPECT_FALSE(WaitUntilListening(port, std::chrono::milliseconds(50))) << "bound only";
   ASSERT_EQ(listen(fd, 1), 0);

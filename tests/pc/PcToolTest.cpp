@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "LoopbackPort.h"
 #include "PcToolHarness.h"
 #include "kavri/LinkProtocol.h"
 
@@ -28,14 +27,14 @@ enum class Controller { Answers, StaysSilent, Refuses };
 // nothing) and closes, or keeps silent until the PC gives up; or it is not
 // there: its port is bound but does not listen, so no one else takes it.
 ToolRun StatusFrom(Controller kind, const std::vector<uint8_t>& reply, std::vector<std::string> words) {
-  int port = 0, bound = kind == Controller::Refuses ? BindLoopbackPort(port) : -1;
+  int bound = kind == Controller::Refuses ? BindLoopback(0) : -1;
   ScriptedController controller([&](int fd) {
     uint32_t word;
     if (ReadExactly(fd, &word, sizeof word) && kind == Controller::Answers) WriteBytes(fd, reply.data(), reply.size());
     while (kind == Controller::StaysSilent && read(fd, &word, sizeof word) > 0) {
     }
   });
-  words.insert(words.begin(), {"--port", std::to_string(bound >= 0 ? port : controller.port()), "--timeout", "1"});
+  words.insert(words.begin(), {"--port", std::to_string(bound >= 0 ? BoundPort(bound) : controller.port()), "--timeout", "1"});
   ToolRun run = RunTool(AddInfoCommands, words);
   if (bound >= 0) close(bound);
   return run;

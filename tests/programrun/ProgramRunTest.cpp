@@ -15,7 +15,6 @@
 #include "ControllerProcess.h"
 #include "ProgramCommands.h"
 #include "host/KavriState.h"
-#include "kavri/LinkProtocol.h"
 #include "kavri/MotorIOLib.h"
 #include "motoriolib/MotorIOLibSim.h"
 
@@ -36,17 +35,12 @@ shm_if_s* Area() { return MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX); }
       printf("callback state=%d name=%s\n", info->state, info->name ? info->name : "(null)");
   });
   auto* report = reinterpret_cast<int32_t*>(reinterpret_cast<uint8_t*>(Area()) + TEST_REPORT_OFFSET);
-  int last = -1, lastOutput1 = 0;
+  int last = -1;
   for (;; usleep(5000)) {
     bool io = MotorIOLib_ThreadIsRunning(), program = ProgThreadRunning.load();
     if (io * 2 + program != last) printf("monitor io=%d prog=%d\n", io, program);
     last = io * 2 + program;
     MotorIOLibSim_SetInput(TEST_SEEN_RUNNING_INPUT, last == 3 ? TEST_SEEN_RUNNING_VALUE : -1);
-    // Read from the area itself: a slice that never returns stops the
-    // exchanges that would carry it to the simulated hardware.
-    int output1 = std::atomic_ref<uint16_t>(Area()->OutputValues[1]).load(std::memory_order_relaxed);
-    if (output1 != lastOutput1) printf("monitor output1=%d\n", output1);
-    lastOutput1 = output1;
     if (std::atomic_ref<int32_t>(report[0]).load() == TEST_REPORT_MARK) {
       // One call, so that no other thread's line lands inside it.
       std::string line = "report";
@@ -54,11 +48,6 @@ shm_if_s* Area() { return MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX); }
         line += " " + std::to_string(report[2 + i]);
       printf("%s\n", line.c_str());
       std::atomic_ref<int32_t>(report[0]).store(0);
-    }
-    std::string path;
-    if (std::ifstream(dir + "/start-flash") >> path) {
-      unlink((dir + "/start-flash").c_str());
-      printf("start flash -> %d\n", KavriLib_StartDownloadProgram(path.c_str()));
     }
   }
 }
@@ -176,45 +165,6 @@ TEST_F(ProgramRun, ServicesAnswerAsTheLibraryDoesInProcess) {
                                                 {59, -25}};
   for (auto [index, value] : documented) EXPECT_EQ(fromProgram[index], value) << "result " << index;
   EXPECT_TRUE(WaitForLine("Displaydata=") != std::string::npos);
-}
-
-// Start code before any download, a flash file started by the host, stop
-// code, and start code again: the download stays valid.
-TEST_F(ProgramRun, StartAndStopFromThePcAndTheHost) {
-  EXPECT_FALSE(StartProgram(Link()));
-  EXPECT_EQ(Callbacks(), std::vector<std::string>{"state=4 name=(null)"});
-  std::vector<uint8_t> image = Build({"Forever.c"});
-  DownloadImage(Link(), image, "forever", false);
-  std::ifstream flash(dir_ + "/forever", std::ios::binary);
-  EXPECT_EQ(std::vector<uint8_t>((std::istreambuf_iterator<char>(flash)), std::istreambuf_iterator<char>()), image);
-  std::string out = controller_->Stdout();
-  EXPECT_TRUE(out.find("io=1") == std::string::npos && out.find("prog=1") == std::string::npos) << out;
-
-  std::ofstream(dir_ + "/start-flash") << dir_ + "/forever";
-  EXPECT_NE(WaitForLine("start flash -> 1"), std::string::npos) << controller_->Stdout();
-  size_t running = WaitForLine("monitor io=1 prog=1");
-  StopProgram(Link());
-  size_t stopped = WaitForLine("monitor io=0 prog=0", running);
-  ASSERT_NE(stopped, std::string::npos) << controller_->Stdout();
-  EXPECT_TRUE(StartProgram(Link()));
-  EXPECT_NE(WaitForLine("monitor io=1 prog=1", stopped), std::string::npos) << controller_->Stdout();
-  EXPECT_EQ(Callbacks(), (std::vector<std::string>{"state=4 name=(null)", "state=3 name=forever",
-                                                    "state=7 name=(null)", "state=4 name=(null)"}));
-}
-
-// A slice that never returns keeps the I/O thread for good, on the controller
-// as here: the stop fails with a message instead of hanging, and the
-// controller serves the next connection.
-TEST_F(ProgramRun, StuckSliceDoesNotHangTheController) {
-  Run({"Stuck.c"});
-  // Stopping before the first slice runs would stop cleanly.
-  ASSERT_NE(WaitForLine("monitor output1=77"), std::string::npos);
-  EXPECT_THROW(StopProgram(Link()), LinkError);
-  EXPECT_TRUE(controller_->WaitForStderr("did not end")) << controller_->Stderr();
-  xoIF2013Command_Base status{KavriCmdQueryStatus};
-  auto reply =
-      Link().Exchange<xoIF2013Command_Base, xoIF2013Reply_QueryStatus>(status, KavriReplyQueryStatus, "status");
-  EXPECT_STREQ(reply.controllerType, KAVRI_CONTROLLER_TYPE);
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "TestClient.h"
 #include "kavri/KavriLib.h"
 #include "kavri/MotorIOLib.h"
 
@@ -39,9 +38,6 @@ void RedirectTo(const std::string& path, int fd) {
   static std::string versionPath = directory + "/sysversion";
   if (config.sysVersion) std::ofstream(versionPath) << *config.sysVersion;
   SysVersionFile = versionPath.c_str();
-  DebugFlags = config.debugFlags;
-  DebugFile = fopen((directory + "/debug").c_str(), "w");
-  setvbuf(DebugFile, nullptr, _IONBF, 0);
   KavriServerPort = port;
   if (config.beforeInit) config.beforeInit();
   if (!KavriLib_Init()) _exit(3);
@@ -99,7 +95,7 @@ ControllerProcess::ControllerProcess(ControllerConfig config)
 }
 
 void ControllerProcess::Start() {
-  port_ = config_.port ? config_.port : FindFreePort();
+  port_ = FindFreePort();
   exited_ = false;
   fflush(nullptr);
   child_ = fork();
@@ -116,8 +112,8 @@ ControllerProcess::~ControllerProcess() {
 }
 
 // A free port found by the parent may be taken by a parallel test before the
-// child binds it; the child then ends with the server's bind error, and a
-// chosen port is tried again with another one.
+// child binds it; the child then ends with the server's bind error, and is
+// started again on another one.
 bool ControllerProcess::WaitUntilListening() {
   for (int attempt = 0; attempt < kPortAttempts; ++attempt) {
     int status = 0;
@@ -129,7 +125,7 @@ bool ControllerProcess::WaitUntilListening() {
     });
     if (listening && !ended) return true;
     if (ended) Exited(status);
-    if (!ended || config_.port != 0 || !Contains(Stderr(), "ERROR calling bind")) return false;
+    if (!ended || !Contains(Stderr(), "ERROR calling bind")) return false;
     Start();
   }
   return false;
@@ -137,7 +133,6 @@ bool ControllerProcess::WaitUntilListening() {
 
 std::string ControllerProcess::Stdout() const { return ReadWholeFile(directory_ + "/stdout"); }
 std::string ControllerProcess::Stderr() const { return ReadWholeFile(directory_ + "/stderr"); }
-std::string ControllerProcess::DebugOutput() const { return ReadWholeFile(directory_ + "/debug"); }
 
 bool ControllerProcess::WaitForStdout(const std::string& text) const {
   return WaitFor([&] { return Contains(Stdout(), text); });
@@ -158,15 +153,10 @@ void ControllerProcess::Exited(int status) {
 }
 
 int FindFreePort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  int fd = BindLoopback(0);
+  int port = BoundPort(fd);
   close(fd);
-  return ntohs(address.sin_port);
+  return port;
 }
 
 // Reads the kernel's socket table rather than connecting, so that probing

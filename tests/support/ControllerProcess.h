@@ -6,7 +6,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -15,8 +14,6 @@
 
 struct ControllerConfig {
   std::optional<std::string> sysVersion;  // contents of the version file; none: no file
-  int debugFlags = 0;
-  int port = 0;                           // 0: a free port, chosen again if taken
   // Standard output fully buffered, as a service's is when it goes to a file;
   // tests leave it unbuffered so that they can watch it line by line.
   bool bufferedOutput = false;
@@ -38,7 +35,6 @@ class ControllerProcess {
   bool WaitUntilListening();
   std::string Stdout() const;
   std::string Stderr() const;
-  std::string DebugOutput() const;
   // Waits until the child's stdout or stderr holds `text`.
   bool WaitForStdout(const std::string& text) const;
   bool WaitForStderr(const std::string& text) const;

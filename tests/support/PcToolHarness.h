@@ -3,7 +3,6 @@
 #ifndef KAVRI_TESTS_PCTOOLHARNESS_H
 #define KAVRI_TESTS_PCTOOLHARNESS_H
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -37,11 +36,8 @@ inline void WriteWords(int fd, const std::vector<uint32_t>& words) { WriteBytes(
 // give up after 30 s.
 class ScriptedController {
  public:
-  explicit ScriptedController(std::function<void(int fd)> serve) : listener_(ListenOnLoopback(0)) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-    port_ = ntohs(address.sin_port);
+  explicit ScriptedController(std::function<void(int fd)> serve)
+      : listener_(ListenOnLoopback(0)), port_(BoundPort(listener_)) {
     thread_ = std::thread([this, serve = std::move(serve)] {
       int fd = accept(listener_, nullptr, nullptr);
       if (fd < 0) return;  // nobody came: the destructor shut the listener
@@ -62,7 +58,7 @@ class ScriptedController {
 
  private:
   int listener_;
-  int port_ = 0;
+  int port_;
   std::thread thread_;
 };
 

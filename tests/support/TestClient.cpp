@@ -19,12 +19,28 @@ sockaddr_in LoopbackAddress(int port) {
 
 }  // namespace
 
-int ListenOnLoopback(int port) {
+int BindLoopback(int port, bool reuse) {
   int fd = socket(AF_INET, SOCK_STREAM, 0);
-  int reuse = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  int on = 1;
+  if (reuse) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address = LoopbackAddress(port);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 || listen(fd, 1) != 0) {
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+int BoundPort(int fd) {
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  return ntohs(address.sin_port);
+}
+
+int ListenOnLoopback(int port) {
+  int fd = BindLoopback(port, true);
+  if (fd >= 0 && listen(fd, 1) != 0) {
     close(fd);
     return -1;
   }
@@ -43,11 +59,8 @@ TestClient::TestClient(int port, int timeoutSeconds) {
   fd_ = fd;
 }
 
-TestClient::~TestClient() { Close(); }
-
-void TestClient::Close() {
+TestClient::~TestClient() {
   if (fd_ >= 0) close(fd_);
-  fd_ = -1;
 }
 
 void TestClient::Send(const void* bytes, size_t length) {

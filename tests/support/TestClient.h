@@ -20,12 +20,15 @@ class TestClient {
   std::vector<uint8_t> Receive(size_t length);
   // True if the server closed the connection (reads end of stream).
   bool WaitForClose();
-  void Close();
 
  private:
   int fd_ = -1;
 };
 
+// A TCP socket bound to 127.0.0.1:port (0: a free one), not listening, so
+// connections to it are refused; -1 on failure.
+int BindLoopback(int port, bool reuse = false);
+int BoundPort(int fd);
 // A listening socket on 127.0.0.1:port with a backlog of 1, for stand-in
 // servers in tests and benchmarks; -1 on failure.
 int ListenOnLoopback(int port);
