@@ -28,8 +28,6 @@ TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
              lost = Code(FL48_CODE_LOST), twoTo29 = Make(0x201E, 0x80000000);
   const struct { const char* name; Function f; FL48 x, expected; } cases[] = {
       {"log10 0", FL48_Log10, zero, overflow}, {"exp10 0", FL48_Exp10, zero, kExactOne},
-      {"exp -5000", FL48_Exp, fl48test::FromShort(-5000), zero},
-      {"exp 5000", FL48_Exp, fl48test::FromShort(5000), overflow},
       {"exp -4096", FL48_Exp, fl48test::FromShort(-4096), zero},
       {"exp 4096", FL48_Exp, fl48test::FromShort(4096), overflow},
       {"sin 2^29", FL48_Sin, twoTo29, lost}, {"sin 2^30", FL48_Sin, Make(0x201F, 0x80000000), lost},
@@ -137,23 +135,6 @@ TEST(FL48Functions, SweepsAgreeWithTheCLibrary) {
     }
     EXPECT_GE(fewest, s.bits) << s.name << " over " << double(s.lo) << " .. " << double(s.hi) << ", worst at "
                               << double(worst);
-  }
-}
-
-TEST(FL48Constants, AreTheirValuesToThe32BitMantissa) {
-  const double pi = 3.14159265358979323846;
-  const struct { const char* name; const FL48& constant; double value; } constants[] = {
-      {"One", FL48_One, 1}, {"Half", FL48_Half, 0.5}, {"Pi", FL48_Pi, pi}, {"PiH", FL48_PiH, pi / 2},
-      {"PiHI", FL48_PiHI, 2 / pi}, {"Sqrt2", FL48_Sqrt2, std::sqrt(2.0)}, {"Ln2", FL48_Ln2, std::log(2.0)},
-      {"Ln2I", FL48_Ln2I, 1 / std::log(2.0)}, {"Deg2Rad", FL48_Deg2Rad, pi / 180},
-      {"Rad2Deg", FL48_Rad2Deg, 180 / pi}, {"Ln10", FL48_Ln10, std::log(10.0)},
-      {"Ln10I", FL48_Ln10I, 1 / std::log(10.0)}, {"SqrtApr1", FL48_SqrtApr1, 0.417307600},
-      {"SqrtApr2", FL48_SqrtApr2, 0.590162067}, {"AsinLim", FL48_AsinLim, 0.625},
-      {"AtanLim1", FL48_AtanLim1, 1 + std::sqrt(2.0)}, {"AtanLim2", FL48_AtanLim2, 0.66},
-  };
-  for (const auto& c : constants) {
-    EXPECT_TRUE(!(c.constant.expWord & (FL48_SIGN_BIT | FL48_EXACT_BIT)) && (c.constant.mant[0] & 0x8000)) << c.name;
-    EXPECT_NEAR(double(Value(c.constant)), c.value, std::fabs(c.value) * 1e-8) << c.name;
   }
 }
 
