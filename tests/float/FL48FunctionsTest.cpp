@@ -35,7 +35,7 @@ TEST(FL48Functions, SpecialArgumentsGiveTheirDocumentedResults) {
       {"sin360 2^29 degrees", FL48_Sin360, Make(0x2024, 0x80000000), lost},
       {"asin 1.5", FL48_Asin, Nearest(1.5L), nan}, {"asin -1.5", FL48_Asin, Nearest(-1.5L), nan},
       {"acos 0", FL48_Acos, zero, FL48_PiH}, {"acos 1", FL48_Acos, fl48test::FromShort(1), zero},
-      {"acos nan", FL48_Acos, nan, nan},
+      {"acos nan", FL48_Acos, nan, nan}, {"acos -1 is the constant pi", FL48_Acos, fl48test::FromShort(-1), FL48_Pi},
   };
   for (const auto& c : cases) {
     const FL48 result = Do(c.f, c.x);
