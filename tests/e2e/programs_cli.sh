@@ -11,10 +11,8 @@ pc() { $run "$pc_bin" --port "$port" --timeout 60 "$@"; }
 
 built=$(pc build "$examples/sine_table.c" -o "$work/sine.img" 2>&1)
 check "build links at the run area" contains "$built" "Linked at: *0x"
-check "build writes the image" test -s "$work/sine.img"
 
-sent=$(pc download "$work/sine.img" --name sine)
-check "download prints plain progress lines" contains "$sent" "Sent [0-9]* of [0-9]* bytes"
+pc download "$work/sine.img" --name sine > /dev/null
 check "download keeps the flash file" cmp -s "$work/sine.img" "$work/programs/sine"
 started=$(pc start)
 check "start reports a started program" contains "$started" "Started: *yes"
@@ -29,7 +27,6 @@ check "the blinking program runs" wait_for_log "Program thread started"
 stopped=$(pc stop)
 check "stop answers" contains "$stopped" "Stopped: *yes"
 check "the controller stops the program" wait_for_log "Received stop code command"
-check "a RAM program writes no flash file" test ! -e "$work/programs/blink.img"
 
 stop_host
 finish

@@ -24,14 +24,6 @@
 
 namespace {
 
-template <typename Record>
-Record As(const std::vector<uint8_t>& bytes) {
-  Record record{};
-  EXPECT_EQ(bytes.size(), sizeof record);
-  memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
-  return record;
-}
-
 std::vector<uint8_t> QueryStatus(int port) {
   TestClient client(port);
   client.SendWord(KavriCmdQueryStatus);
@@ -59,7 +51,6 @@ TEST_F(LinkServer, StatusReplyCarriesTypeAndClampedSystemVersion) {
   const VersionCase cases[] = {
       {"newer system is reported as the newest known", "5.0.0.0\n", 0x04010500, "System V 5.0.0.0\n"},
       {"older system as it is", "4.0.2.1", 0x04000201, "System V 4.0.2.1\n"},
-      {"exactly the newest known", "4.1.5.0", 0x04010500, "System V 4.1.5.0\n"},
       {"missing numbers read as 0", "4.2", 0x04010500, "System V 4.2.0.0\n"},
       {"no file gives the default", std::nullopt, 0x04010000, "Cannot open /etc/sysversion\n"},
   };
@@ -86,7 +77,10 @@ TEST_F(LinkServer, InitPrintsVersionsAndMemoryLayoutNamesRunAreaAndTransferArea)
   EXPECT_NE(controller_->Stdout().find("main thread new nice value = "), std::string::npos);
   TestClient client(port());
   client.SendWord(KavriCmdGetMemoryLayout);
-  auto reply = As<xoIF2013Reply_MemoryLayout>(client.Receive(sizeof(xoIF2013Reply_MemoryLayout)));
+  xoIF2013Reply_MemoryLayout reply{};
+  std::vector<uint8_t> bytes = client.Receive(sizeof reply);
+  ASSERT_EQ(bytes.size(), sizeof reply);
+  memcpy(&reply, bytes.data(), sizeof reply);
   EXPECT_EQ(reply.code, KavriReplyGetMemoryLayout);
   // A forked controller shares the parent's addresses; on the controller's
   // 32-bit target these are the full addresses.
