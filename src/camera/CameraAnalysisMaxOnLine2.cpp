@@ -132,11 +132,9 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first
   const int32_t h = w / 2;
   const StoredLanes *outerL = sums + (first - w), *innerL = sums + (first - h), *innerR = sums + (first + h),
                     *outerR = sums + (first + w);
-  auto two = [stride](const StoredLanes* at, int j) KAVRI_CAMERA_LAMBDA {
-    return __builtin_shufflevector(Load(at[j]), Load(at[j + stride]), 0, 1, 2, 3, 4, 5, 6, 7);
-  };
-  // Each centre's largest lane ends up in its first.
-  auto measure = [&](int j) KAVRI_CAMERA_LAMBDA {
+  // Each centre's largest lane ends up in its first; two(at, j) gives the
+  // sums at j and j + stride.
+  auto measure = [&](int j, auto two) KAVRI_CAMERA_LAMBDA {
     const TwoLanes left = two(innerL, j), right = two(innerR, j), inner = right - left;
     const TwoLanes flankL = left - two(outerL, j), flankR = two(outerR, j) - right;
     TwoLanes most = CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR));
@@ -147,17 +145,26 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first
     other = __builtin_shufflevector(most, most, 2, 3, 0, 1, 6, 7, 4, 5);
     return most > other ? most : other;
   };
+  // Neighbours are one load.
+  auto adjacent = [](const StoredLanes* at, int j) KAVRI_CAMERA_LAMBDA {
+    TwoLanes value;
+    memcpy(&value, at + j, sizeof value);
+    return value;
+  };
+  auto apart = [stride](const StoredLanes* at, int j) KAVRI_CAMERA_LAMBDA {
+    return __builtin_shufflevector(Load(at[j]), Load(at[j + stride]), 0, 1, 2, 3, 4, 5, 6, 7);
+  };
   TwoLanes largest = TwoLanes{} + INT32_MIN;
   int i = 0;
   if (stride == 1) {
     for (; i + 2 <= count; i += 2) {
-      const TwoLanes most = measure(i);
+      const TwoLanes most = measure(i, adjacent);
       out[i] = most[0], out[i + 1] = most[4];
       largest = largest > most ? largest : most;
     }
   } else {
     for (; i + 2 <= count; i += 2) {
-      const TwoLanes most = measure(i * stride);
+      const TwoLanes most = measure(i * stride, apart);
       out[i] = most[0], out[i + 1] = most[4];
       largest = largest > most ? largest : most;
     }
@@ -351,6 +358,33 @@ KAVRI_CAMERA_INLINE void WholeBlocks(StoredLanes* buffer, int32_t n, bool bright
   sum = __builtin_shufflevector(total, total, 0, 1, 2, 3);
 }
 
+// The same for luma, four samples side by side: each half block's running
+// sums in its lanes, plus the total so far.
+KAVRI_CAMERA_INLINE void WholeBlocks(int32_t* buffer, int32_t n, bool bright, int32_t* lowest, int32_t* highest,
+                                     int32_t& first, int32_t& k, int32_t& sum) {
+  constexpr int kBlock = LineReach<int32_t>::kBlock;
+  static_assert(kBlock == 8, "two halves of four");
+  const Lanes none{};
+  Lanes total = none + sum;
+  for (; first + kBlock - 1 <= n; first += kBlock, ++k) {
+    Lanes half[2];
+    memcpy(half, buffer + first, sizeof half);
+    Lanes least = Smaller(half[0], half[1]), most = Larger(half[0], half[1]);
+    least = Smaller(least, __builtin_shufflevector(least, least, 2, 3, 0, 1));
+    most = Larger(most, __builtin_shufflevector(most, most, 2, 3, 0, 1));
+    lowest[k] = std::min(least[0], least[1]), highest[k] = std::max(most[0], most[1]);
+    for (Lanes& part : half) {
+      if (!bright) part = -part;
+      part += __builtin_shufflevector(part, none, 4, 0, 1, 2);
+      part += __builtin_shufflevector(part, none, 4, 5, 0, 1);
+      part += total;
+      total = __builtin_shufflevector(part, part, 3, 3, 3, 3);
+    }
+    memcpy(buffer + first, half, sizeof half);
+  }
+  sum = total[0];
+}
+
 // Prefix sums in place over samples 1 .. n, negated for dark lines so that
 // they become peaks too; on the way, the extremes of each block of samples.
 template <typename S>
@@ -361,7 +395,7 @@ KAVRI_CAMERA_INLINE void PrefixSums(S* buffer, int32_t n, bool bright, LineReach
   T sum = T{} + 0;
   buffer[0] = sum;
   int32_t first = 1, k = 0;
-  if constexpr (LineReach<S>::kLanes == 4) WholeBlocks(buffer, n, bright, lowest, highest, first, k, sum);
+  WholeBlocks(buffer, n, bright, lowest, highest, first, k, sum);
   for (; first <= n; first += kBlock, ++k) {
     const int32_t last = std::min(n, first + kBlock - 1);
     T least = Load(buffer[first]), most = least;

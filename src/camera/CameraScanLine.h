@@ -215,12 +215,16 @@ KAVRI_CAMERA_INLINE void CameraScanSamples(Record& record, CameraScanWork& work,
   const int32_t count = record.sampleCount, width = record.base.width, height = record.base.height;
   int32_t luma[kCameraScanRun], u[kCameraScanRun], v[kCameraScanRun];
   const int32_t* pixels = work.Pixels(record.xOrigin, record.xStep, record.yOrigin, record.yStep, width, height);
-  if (pixels && Chroma && work.AllInside()) {
-    // A pixel's pair read as one word: its luma, the pair's two chroma.
+  if (pixels && work.AllInside()) {
     for (int32_t first = 0; first < count; first += kCameraScanRun) {
       const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
       for (int i = 0; i < n; ++i) {
         const int32_t at = pixels[first + i];
+        if (!Chroma) {
+          luma[i] = frame[at];
+          continue;
+        }
+        // A pixel's pair read as one word: its luma, the pair's two chroma.
         uint32_t pair;
         memcpy(&pair, frame + (at & ~3), sizeof pair);
         pair = CameraLittleEndianWord(pair);
