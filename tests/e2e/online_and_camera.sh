@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
-# What kavri-host tells people and kavri-pc reads from it: the PC link is
-# announced only once it really listens (a port in use gives the bind error
-# and no success line), status and layout reach kavri-pc, and the debug file
-# is written while the host runs. Then kavri-pc drives it through an online
-# session read from a pipe, saves frames of the simulated camera and, where it
-# was built with the browser view (KAVRI_PC_VIEW=1), serves them as a live
-# stream; SIGTERM ends the host cleanly.
+# kavri-host and kavri-pc together: the PC link is announced only once it
+# really listens (a port in use gives the bind error and no success line);
+# status, layout and the live debug file; an online session read from a pipe;
+# camera frames saved and, where kavri-pc was built with the browser view
+# (KAVRI_PC_VIEW=1), served as a live stream; SIGTERM ends the host cleanly.
 # Usage: online_and_camera.sh KAVRI_HOST KAVRI_PC
 host_bin=$1 pc_bin=$2
 source "$(dirname "$0")/common.sh"

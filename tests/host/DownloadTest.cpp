@@ -81,10 +81,9 @@ class Programs : public ::testing::Test {
   // size and the bytes of the extension sent may differ from the real ones.
   void PcSendsDownload(const std::string& name, const std::vector<uint8_t>& code, bool ramOnly = false,
                        uint32_t size = 0, size_t extensionBytes = 72) {
-    xoIF2013Command_DownloadCode command{KavriCmdDownloadCode, ramOnly};
-    memcpy(command.fileName, name.data(), std::min(name.size(), sizeof command.fileName));
-    command.codeSize = size ? size : uint32_t(code.size());
-    ASSERT_EQ(write(fds_[1], reinterpret_cast<uint8_t*>(&command) + 4, extensionBytes), ssize_t(extensionBytes));
+    std::vector<uint8_t> bytes = DownloadCommandBytes(name.c_str(), ramOnly, code);
+    if (size) memcpy(&bytes[offsetof(xoIF2013Command_DownloadCode, codeSize)], &size, sizeof size);
+    ASSERT_EQ(write(fds_[1], bytes.data() + 4, extensionBytes), ssize_t(extensionBytes));
     ASSERT_EQ(write(fds_[1], code.data(), code.size()), ssize_t(code.size()));
   }
   bool Run(bool (*handler)(int, xoIF2013Command_Base*)) {
@@ -115,9 +114,7 @@ class Programs : public ::testing::Test {
 TEST_F(Programs, CodeLandsInAPrefilledAreaAndTheHostHearsOfIt) {
   std::vector<uint8_t> code(100);
   for (size_t i = 0; i < code.size(); ++i) code[i] = uint8_t(i * 7 + 1);
-  testing::internal::CaptureStdout();
   ASSERT_TRUE(Download("blink", code, true));
-  EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("Received 100 bytes, total 100 bytes\n"));
   EXPECT_EQ(memcmp(DataAreaDownload, code.data(), code.size()), 0);
   size_t wrongWords = 0;
   for (size_t offset = 100; offset < 0x200000; offset += 4)
@@ -142,7 +139,6 @@ TEST_F(Programs, FailedDownloadClosesAndNeverLeavesHalfACodeStartable) {
       {"exactly the area is accepted and read", 0x400000, 72, 40, true,
        "ERROR connection closed or timed out after 40 of 4194304 code bytes\n", false},
       {"extension cut short", 100, 10, 0, true, "ERROR received illegal command packet (length<72)\n", true},
-      {"PC closes inside the code", 100, 72, 40, true, "ERROR connection closed or timed out after 40 of 100 code bytes\n", false},
       {"PC falls silent inside the code", 100, 72, 99, false, "ERROR connection closed or timed out after 99 of 100 code bytes\n", false},
   };
   for (const auto& c : cases) {

@@ -40,7 +40,8 @@ ToolRun StatusFrom(Controller kind, const std::vector<uint8_t>& reply, std::vect
     while (kind == Controller::StaysSilent && read(fd, &word, sizeof word) > 0) {
     }
   });
-  words.insert(words.begin(), {"--port", std::to_string(bound >= 0 ? BoundPort(bound) : controller.port()), "--timeout", "1"});
+  int port = bound >= 0 ? BoundPort(bound) : controller.port();
+  words.insert(words.begin(), {"--port", std::to_string(port), "--timeout", "1"});
   ToolRun run = RunTool(AddInfoCommands, words);
   if (bound >= 0) close(bound);
   return run;

@@ -1,7 +1,7 @@
 // Real ARM programs, built by the PC tool chain for a controller running in a
 // child process, downloaded and run over TCP. The child's main thread
 // watches the controller and prints what the test cannot see from outside:
-// the host callbacks, the I/O and program threads, and the programs' reports.
+// the I/O and program threads and the programs' reports.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -27,13 +27,7 @@ const std::string kPrograms = KAVRI_TEST_PROGRAMS_DIR;
 shm_if_s* Area() { return MotorIOLib_GetTransArea(KAVRI_TRANS_AREA_INDEX); }
 
 // The child's main thread after KavriLib_Init; never returns.
-[[noreturn]] void Monitor(const std::string& dir) {
-  KavriLib_SetProgramLibraryPath((dir + "/").c_str());
-  KavriLib_SetProgramInfoCallback([](KavriLib_ProgramInfo* info) {
-    // The display's own states come and go with its thread.
-    if (info->state != KavriProgramDisplayBuilt && info->state != KavriProgramDisplayEnded)
-      printf("callback state=%d name=%s\n", info->state, info->name ? info->name : "(null)");
-  });
+[[noreturn]] void Monitor() {
   auto* report = reinterpret_cast<int32_t*>(reinterpret_cast<uint8_t*>(Area()) + TEST_REPORT_OFFSET);
   int last = -1;
   for (;; usleep(5000)) {
@@ -58,9 +52,7 @@ class ProgramRun : public ::testing::Test {
     char pattern[] = "/tmp/kavri-programs-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     dir_ = pattern;
-    ControllerConfig config;
-    config.afterInit = [dir = dir_] { Monitor(dir); };
-    controller_ = std::make_unique<ControllerProcess>(config);
+    controller_ = std::make_unique<ControllerProcess>(ControllerConfig{.afterInit = Monitor});
     ASSERT_TRUE(controller_->WaitUntilListening()) << controller_->Stderr();
   }
   void TearDown() override {
@@ -87,9 +79,9 @@ class ProgramRun : public ::testing::Test {
     return std::vector<uint8_t>((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   }
 
-  void Run(std::vector<std::string> sources, const std::string& name = "program", bool ramOnly = true) {
+  void Run(std::vector<std::string> sources) {
     std::vector<uint8_t> image = Build(std::move(sources));  // connects on its own first
-    DownloadImage(Link(), image, name, ramOnly);
+    DownloadImage(Link(), image, "program", true);
     ASSERT_TRUE(StartProgram(Link()));
   }
 
@@ -114,22 +106,13 @@ class ProgramRun : public ::testing::Test {
     return values;
   }
 
-  // The host's callbacks, in the order it heard them.
-  std::vector<std::string> Callbacks() {
-    std::istringstream out(controller_->Stdout());
-    std::vector<std::string> states;
-    for (std::string line; std::getline(out, line);)
-      if (line.rfind("callback ", 0) == 0) states.push_back(line.substr(9));
-    return states;
-  }
-
   std::string dir_;
   std::unique_ptr<ControllerProcess> controller_;
   std::unique_ptr<LinkClient> link_;
 };
 
 TEST_F(ProgramRun, ExitCodeEndsTheProgramAndDownloadMode) {
-  Run({"ExitCode.c"}, "exitcode", false);
+  Run({"ExitCode.c"});
   size_t running = WaitForLine("monitor io=1 prog=1");
   ASSERT_NE(running, std::string::npos) << controller_->Stdout();
   std::vector<int32_t> report = WaitForReport();
@@ -143,10 +126,6 @@ TEST_F(ProgramRun, ExitCodeEndsTheProgramAndDownloadMode) {
   EXPECT_NE(WaitForLine("Program thread terminated with code 0\n", ended), std::string::npos);
   // Only the program thread stops the I/O threads after the program's own end.
   EXPECT_NE(WaitForLine("monitor io=0 prog=0", running), std::string::npos) << controller_->Stdout();
-  StopProgram(Link());
-  WaitForLine("callback state=7");
-  EXPECT_EQ(Callbacks(), (std::vector<std::string>{"state=3 name=exitcode", "state=4 name=(null)",
-                                                    "state=7 name=(null)"}));
 }
 
 // Every slot once, stubs included: the same code linked into the test gives

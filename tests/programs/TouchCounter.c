@@ -31,17 +31,15 @@ static void Digits(uint8_t* text, int width, int32_t value) {
 }
 
 static void Show(int32_t input) {
-  uint8_t line[12] = {'C', 'o', 'u', 'n', 't', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
-  Digits(line + 7, 5, count);
+  uint8_t countLine[12] = {'C', 'o', 'u', 'n', 't', ' ', ' '};
+  uint8_t inputLine[12] = {'I', 'n', 'p', 'u', 't', ' ', ' '};
+  Digits(countLine + 7, 5, count);
+  Digits(inputLine + 7, 5, input);
   TextGrph_ClearHome();
   TextGrph_GotoXY(8, 16);
-  TextGrph_PrintArrayUC(line, 12);
-  const uint8_t label[6] = {'I', 'n', 'p', 'u', 't', ' '};
-  for (int i = 0; i < 6; ++i) line[i] = label[i];
-  line[6] = ' ';
-  Digits(line + 7, 5, input);
+  TextGrph_PrintArrayUC(countLine, 12);
   TextGrph_GotoXY(8, 36);
-  TextGrph_PrintArrayUC(line, 12);
+  TextGrph_PrintArrayUC(inputLine, 12);
 }
 
 int32_t KavriSlice(void) {
