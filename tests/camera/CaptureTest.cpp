@@ -84,6 +84,13 @@ class CameraCaptureTest : public testing::Test {
 
   bool Starved() { return camera_->WaitUntilStarved(std::chrono::seconds(60)); }
 
+  // Queues `frames`, starts capture and waits until the thread has taken them all.
+  bool CaptureUntilStarved(const std::vector<Bytes>& frames) {
+    for (const Bytes& frame : frames) camera_->PushFrame(frame);
+    Start();
+    return Starved();
+  }
+
   // Waits for the thread to end on its own or after a stop request.
   void Finish(bool requestStop = false) {
     CaptureOutput output = StopCapture(requestStop, camera_);
@@ -108,9 +115,7 @@ class CameraCaptureTest : public testing::Test {
 };
 
 TEST_F(CameraCaptureTest, FirstFrameIsOnlyHeldBackAndLaterFramesAreCountedAndAnalysed) {
-  camera_->PushFrame(goodFrame_);
-  Start();
-  ASSERT_TRUE(Starved());
+  ASSERT_TRUE(CaptureUntilStarved({goodFrame_}));
   // Frames, frames this second, counter variable, change variable, queued buffers: the held-back one stays out.
   auto state = [this] {
     return std::vector<int>({int(CameraFrameCount.load()), CameraFrameCountSecond.load(), frameCounterVar_,
@@ -133,9 +138,7 @@ TEST_F(CameraCaptureTest, FirstCounterRecordSetsTheDeviceAndTheLastNamesTheChang
   uint8_t lastChange = 0;
   CameraAnalysisCounter last = camera_devices::MakeCounterRecord(96, 64, 5, 50, &lastCount, &lastChange);
   counter_.base.next = &last.base;
-  camera_->PushFrame(goodFrame_);
-  Start();
-  ASSERT_TRUE(Starved());
+  ASSERT_TRUE(CaptureUntilStarved({goodFrame_}));
   EXPECT_EQ(std::vector<int>({int(camera_->RequestedWidth()), int(camera_->RequestedHeight()),
                               int(camera_->RequestedFrameInterval()),
                               camera_->ControlValue(V4L2_CID_POWER_LINE_FREQUENCY),
@@ -154,10 +157,7 @@ TEST_F(CameraCaptureTest, FirstCounterRecordSetsTheDeviceAndTheLastNamesTheChang
 // stays the previous one of the next analysed frame.
 TEST_F(CameraCaptureTest, FrameThatDoesNotDecodeIsGivenBackAndNotCounted) {
   DebugFlags = debugflag::kBufferTrace;
-  for (const Bytes& frame : {goodFrame_, goodFrame_, camera_devices::UndecodableFrame(), goodFrame_})
-    camera_->PushFrame(frame);
-  Start();
-  ASSERT_TRUE(Starved());
+  ASSERT_TRUE(CaptureUntilStarved({goodFrame_, goodFrame_, camera_devices::UndecodableFrame(), goodFrame_}));
   EXPECT_EQ(CameraFrameCount.load(), 2u);
   EXPECT_EQ(frameCounterVar_, 2);
   std::vector<std::string> events = camera_->Events();
@@ -183,10 +183,8 @@ TEST_F(CameraCaptureTest, FramesAreAnalysedOnlyWhenTheirBandsFitTheDecodedImage)
     camera_ = &FakeCamera::Install();
     counter_.base.width = c.captureWidth, counter_.base.height = c.captureHeight;
     Bytes yuyv = GradientYuyv(c.pictureWidth, c.pictureHeight);
-    for (int i = 0; i < 3; ++i)
-      camera_->PushFrame(camera_devices::EncodeYuyvJpeg(yuyv.data(), c.pictureWidth, c.pictureHeight));
-    Start();
-    ASSERT_TRUE(Starved());
+    Bytes jpeg = camera_devices::EncodeYuyvJpeg(yuyv.data(), c.pictureWidth, c.pictureHeight);
+    ASSERT_TRUE(CaptureUntilStarved({jpeg, jpeg, jpeg}));
     EXPECT_EQ(CameraFrameCount.load(), c.analysed);
     Finish(true);
   }
@@ -196,9 +194,7 @@ TEST_F(CameraCaptureTest, RecordingWritesTheDecodedImageForTheCompressedLength) 
   DebugFlags = debugflag::kRecordFrames;
   CameraFile = tmpfile();
   ASSERT_NE(CameraFile, nullptr);
-  for (int i = 0; i < 3; ++i) camera_->PushFrame(goodFrame_);
-  Start();
-  ASSERT_TRUE(Starved());
+  ASSERT_TRUE(CaptureUntilStarved({goodFrame_, goodFrame_, goodFrame_}));
   Finish(true);
   long perFrame = std::min<long>(long(goodFrame_.size()), kWidth * kHeight * 2);
   EXPECT_EQ(ftell(CameraFile), 2 * perFrame);
