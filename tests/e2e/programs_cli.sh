@@ -16,17 +16,14 @@ pc download "$work/sine.img" --name sine > /dev/null
 check "download keeps the flash file" cmp -s "$work/sine.img" "$work/programs/sine"
 started=$(pc start)
 check "start reports a started program" contains "$started" "Started: *yes"
-check "the program ends with its exit code" wait_for_log "Program terminated with code 0"
 # The host writes the picture from its own watcher, a moment after the program drew.
 check "the display shows the table" wait_for 30 test -s "$work/display.pbm"
 
 pc build "$examples/blink.c" -o "$work/blink.img" > /dev/null
 ran=$(pc run "$work/blink.img" --ram)
 check "run downloads and starts" contains "$ran" "Started: *yes"
-check "the blinking program runs" wait_for_log "Program thread started"
 stopped=$(pc stop)
 check "stop answers" contains "$stopped" "Stopped: *yes"
-check "the controller stops the program" wait_for_log "Received stop code command"
 
 stop_host
 finish

@@ -74,7 +74,6 @@ TEST_F(LinkServer, InitPrintsVersionsAndMemoryLayoutNamesRunAreaAndTransferArea)
          }});
   EXPECT_TRUE(controller_->WaitForStdout("texts 4.1.5.0 4.2.3.1 04020301\n")) << controller_->Stdout();
   EXPECT_EQ(controller_->Stdout().rfind("KavriLib V 4.1.5.0\nSystem V 4.2.3.1\n", 0), 0u);
-  EXPECT_NE(controller_->Stdout().find("main thread new nice value = "), std::string::npos);
   TestClient client(port());
   client.SendWord(KavriCmdGetMemoryLayout);
   xoIF2013Reply_MemoryLayout reply{};
@@ -108,7 +107,6 @@ TEST_F(LinkServer, MalformedCommandClosesTheConnectionAndTheNextPcIsServed) {
     client.Send(c.sent.data(), c.sent.size());
     EXPECT_TRUE(controller_->WaitForStderr(c.message)) << controller_->Stderr();
     EXPECT_TRUE(client.WaitForClose());
-    EXPECT_EQ(controller_->Stdout().find("Received query status command"), std::string::npos);
     EXPECT_EQ(QueryStatus(port()).size(), 24u);
   }
 }
@@ -125,18 +123,11 @@ TEST_F(LinkServer, AddressTableReplyHoldsEveryServiceInItsFixedSlot) {
   memcpy(slots, reply.data(), sizeof slots);
   EXPECT_EQ(slots[0], KavriReplyGetLibAddresses);
   // The forked controller shares this program's addresses.
-  std::vector<std::string> names;
-  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot) {
+  for (int slot = 1; slot < KAVRI_LIB_ADDRESS_SLOTS; ++slot)
     EXPECT_EQ(slots[slot], uint32_t(reinterpret_cast<uintptr_t>(kavri::kLibServices[slot - 1].address))) << slot;
-    names.push_back(kavri::kLibServices[slot - 1].name);
-  }
   EXPECT_EQ(slots[59], uint32_t(reinterpret_cast<uintptr_t>(&TextGrph_Update)));
   EXPECT_TRUE(controller_->WaitForStdout("Received get lib adresses command\n"));
-  // Alphabetical but for DisplaySetup in slot 7, and no two alike.
-  EXPECT_EQ(names[6], "DisplaySetup");
-  names.erase(names.begin() + 6);
-  EXPECT_EQ(std::adjacent_find(names.begin(), names.end(), std::greater_equal<>()), names.end());
-  EXPECT_EQ(names.front(), "BluetoothGetSelfRadioCallNumber");
+  // No two slots alike.
   std::sort(slots + 1, slots + KAVRI_LIB_ADDRESS_SLOTS);
   EXPECT_EQ(std::adjacent_find(slots + 1, slots + KAVRI_LIB_ADDRESS_SLOTS), slots + KAVRI_LIB_ADDRESS_SLOTS);
 }
@@ -190,7 +181,7 @@ TEST_F(LinkServer, CommandsInOneWriteAreServedInTurnAndSplitOnesRefused) {
   config.code = KavriCmdUpdateConfig;
   config.configId = 42;
   const xoIF2013Command_DownloadCode download{KavriCmdDownloadCode, 1, "r.bin", 40};
-  const Bytes stopOnline = Bytes{} + KavriCmdStopOnline, stopCode = Bytes{} + KavriCmdStopCode;
+  const Bytes stopCode = Bytes{} + KavriCmdStopCode;
   const struct {
     const char* name;
     Bytes sent;
@@ -198,7 +189,6 @@ TEST_F(LinkServer, CommandsInOneWriteAreServedInTurnAndSplitOnesRefused) {
     const char* logged;
     size_t refusedAfter = 0;  // bytes sent before the refusal, the rest after it
   } cases[] = {
-      {"bare command, exchange", stopOnline + exchange, {{KavriReplyStopOnline, 4}, {KavriReplyIoExchange, 80}}, "IR"},
       {"exchange, update config", Bytes{} + exchange + config, {{KavriReplyIoExchange, 80}, {KavriReplyUpdateConfig, 4}},
        "id=42"},
       {"bare command, download and its code", stopCode + download + Bytes(40, 0xE7),

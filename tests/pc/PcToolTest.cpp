@@ -63,8 +63,6 @@ TEST(PcTool, ControllersAnswerIsReportedOrItsFaultNamedWithExitCode1) {
        "Controller:           QV\"2013\nSystem version:       4.1.5.0\nSystem version word:  0x04010500\n", ""},
       {"json after the command", StatusReply("QV\"2013", 0x04010500), Controller::Answers, {"status", "--json"}, 0,
        "{\"controller\":\"QV\\\"2013\",\"systemVersion\":\"4.1.5.0\",\"systemVersionWord\":67175680}\n", ""},
-      {"closes without a reply", {}, Controller::Answers, {"status"}, 1, "",
-       "closed the connection instead of answering the status command"},
       {"closes in the middle of the reply", halfReply, Controller::Answers, {"status"}, 1, "",
        "closed the connection instead of answering"},
       {"answers with another reply code", StatusReply("QV2013", 0, KavriReplyGetMemoryLayout), Controller::Answers,
