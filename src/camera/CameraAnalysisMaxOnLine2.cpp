@@ -169,12 +169,13 @@ KAVRI_CAMERA_INLINE int32_t EvenResponses(const StoredLanes* sums, int32_t first
       largest = largest > most ? largest : most;
     }
   }
-  if (i < count) {
-    const int j = i * stride;
-    const Lanes left = Load(innerL[j]), right = Load(innerR[j]), inner = right - left;
-    const Lanes flankL = left - Load(outerL[j]), flankR = Load(outerR[j]) - right;
-    out[i] = Largest(CombineFlanks(inner - (flankL + flankL), inner - (flankR + flankR)));
-    largest[0] = std::max(largest[0], out[i]);
+  if (i < count) {  // a lone last centre, measured in both halves
+    auto alone = [](const StoredLanes* at, int j) KAVRI_CAMERA_LAMBDA {
+      return __builtin_shufflevector(Load(at[j]), Load(at[j]), 0, 1, 2, 3, 4, 5, 6, 7);
+    };
+    const TwoLanes most = measure(i * stride, alone);
+    out[i] = most[0];
+    largest = largest > most ? largest : most;
   }
   return std::max(largest[0], largest[4]);
 }
