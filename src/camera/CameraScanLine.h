@@ -215,41 +215,39 @@ KAVRI_CAMERA_INLINE void CameraScanSamples(Record& record, CameraScanWork& work,
   const int32_t count = record.sampleCount, width = record.base.width, height = record.base.height;
   int32_t luma[kCameraScanRun], u[kCameraScanRun], v[kCameraScanRun];
   const int32_t* pixels = work.Pixels(record.xOrigin, record.xStep, record.yOrigin, record.yStep, width, height);
-  if (pixels && work.AllInside()) {
+  // The table's runs, each sample read by read(i, its byte offset).
+  auto runs = [&](auto read) KAVRI_CAMERA_LAMBDA {
     for (int32_t first = 0; first < count; first += kCameraScanRun) {
       const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
-      for (int i = 0; i < n; ++i) {
-        const int32_t at = pixels[first + i];
-        if (!Chroma) {
-          luma[i] = frame[at];
-          continue;
-        }
-        // A pixel's pair read as one word: its luma, the pair's two chroma.
-        uint32_t pair;
-        memcpy(&pair, frame + (at & ~3), sizeof pair);
-        pair = CameraLittleEndianWord(pair);
-        luma[i] = int32_t((pair >> ((at & 2) * 8)) & 255);
-        u[i] = int32_t((pair >> 8) & 255), v[i] = int32_t(pair >> 24);
-      }
+      for (int i = 0; i < n; ++i) read(i, pixels[first + i]);
       visit(first, n, luma, u, v);
     }
+  };
+  if (pixels && work.AllInside()) {
+    runs([&](int i, int32_t at) KAVRI_CAMERA_LAMBDA {
+      if (!Chroma) {
+        luma[i] = frame[at];
+        return;
+      }
+      // A pixel's pair read as one word: its luma, the pair's two chroma.
+      uint32_t pair;
+      memcpy(&pair, frame + (at & ~3), sizeof pair);
+      pair = CameraLittleEndianWord(pair);
+      luma[i] = int32_t((pair >> ((at & 2) * 8)) & 255);
+      u[i] = int32_t((pair >> 8) & 255), v[i] = int32_t(pair >> 24);
+    });
     return;
   }
   if (pixels) {
-    for (int32_t first = 0; first < count; first += kCameraScanRun) {
-      const int n = int(std::min<int32_t>(kCameraScanRun, count - first));
-      for (int i = 0; i < n; ++i) {
-        const int32_t at = pixels[first + i];
-        if (at < 0) {
-          luma[i] = 0, u[i] = v[i] = 128;
-          continue;
-        }
-        luma[i] = frame[at];
-        // Even widths only: a pixel pair starts on a multiple of 4 bytes.
-        if (Chroma) u[i] = frame[(at & ~3) + 1], v[i] = frame[(at & ~3) + 3];
+    runs([&](int i, int32_t at) KAVRI_CAMERA_LAMBDA {
+      if (at < 0) {
+        luma[i] = 0, u[i] = v[i] = 128;
+        return;
       }
-      visit(first, n, luma, u, v);
-    }
+      luma[i] = frame[at];
+      // Even widths only: a pixel pair starts on a multiple of 4 bytes.
+      if (Chroma) u[i] = frame[(at & ~3) + 1], v[i] = frame[(at & ~3) + 3];
+    });
     return;
   }
   const CameraScanFrame image{frame, width, height};
