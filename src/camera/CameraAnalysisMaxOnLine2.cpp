@@ -32,10 +32,6 @@ struct StoredLanes {
   }
 };
 
-inline int32_t Largest(int32_t value) { return value; }
-inline int32_t Largest(Lanes value) {
-  return std::max(std::max(value[0], value[1]), std::max(value[2], value[3]));
-}
 inline int32_t Larger(int32_t a, int32_t b) { return std::max(a, b); }
 inline Lanes Larger(Lanes a, Lanes b) { return a > b ? a : b; }
 inline int32_t Smaller(int32_t a, int32_t b) { return std::min(a, b); }
@@ -91,11 +87,10 @@ KAVRI_CAMERA_INLINE T CombineFlanks(T left, T right) {
 // stack.
 constexpr int kRun = 256;
 
-template <typename T>
-KAVRI_CAMERA_INLINE int32_t LargestOf(const T* values, int count) {
-  T largest = values[0];
-  for (int i = 1; i < count; ++i) largest = Larger(largest, values[i]);
-  return Largest(largest);
+KAVRI_CAMERA_INLINE int32_t LargestOf(const int32_t* values, int count) {
+  int32_t largest = values[0];
+  for (int i = 1; i < count; ++i) largest = std::max(largest, values[i]);
+  return largest;
 }
 
 // Responses of an even width w at count centres first, first+stride, ...:
